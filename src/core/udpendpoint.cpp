@@ -1,0 +1,155 @@
+#include "udpendpoint.h"
+
+#include "wire.h"
+
+#include <QHostInfo>
+#include <QNetworkDatagram>
+#include <QPointer>
+#include <QTimer>
+#include <QUdpSocket>
+#include <QVariant>
+
+using namespace Qt::Literals::StringLiterals;
+
+namespace linkhop {
+
+namespace {
+
+// Socket errors carry the numbers players know from other network programs.
+int ErrorNumber(QAbstractSocket::SocketError error)
+{
+    switch (error) {
+    case QAbstractSocket::HostNotFoundError: return 11001;
+    case QAbstractSocket::ConnectionRefusedError: return 10061;
+    case QAbstractSocket::AddressInUseError: return 10048;
+    case QAbstractSocket::SocketAccessError: return 10013;
+    case QAbstractSocket::DatagramTooLargeError: return 10040;
+    case QAbstractSocket::NetworkError: return 10050;
+    case QAbstractSocket::SocketResourceError: return 10055;
+    case QAbstractSocket::UnsupportedSocketOperationError: return 10045;
+    default: return 10000 + int(error);
+    }
+}
+
+QHostAddress FirstIPv4(const QHostInfo& info)
+{
+    for (const QHostAddress& address : info.addresses())
+        if (address.protocol() == QAbstractSocket::IPv4Protocol) return address;
+    return {};
+}
+
+} // namespace
+
+UdpEndpoint::UdpEndpoint(QObject* parent) : QObject(parent), m_socket(new QUdpSocket(this))
+{
+    connect(m_socket, &QUdpSocket::readyRead, this, &UdpEndpoint::ReadPending);
+    connect(m_socket, &QUdpSocket::errorOccurred, this, &UdpEndpoint::ReportSocketError);
+}
+
+UdpEndpoint::~UdpEndpoint()
+{
+    if (m_lookupId >= 0) QHostInfo::abortHostLookup(m_lookupId);
+}
+
+bool UdpEndpoint::Bind(const QString& port, const QHostAddress& address)
+{
+    bool ok = false;
+    const uint number = port.toUInt(&ok);
+    if (!ok || number == 0 || number > 65535) return false;
+    if (m_socket->state() != QAbstractSocket::UnconnectedState) m_socket->close();
+    // No address sharing: a port held by anyone else must fail to bind here.
+    if (!m_socket->bind(address, quint16(number), QAbstractSocket::DontShareAddress)) return false;
+    // Room for bursts (a round's start, a flood) while the event loop is busy elsewhere.
+    m_socket->setSocketOption(QAbstractSocket::ReceiveBufferSizeSocketOption, QVariant(1 << 20));
+    return true;
+}
+
+int UdpEndpoint::State() const { return int(m_socket->state()); }
+
+quint16 UdpEndpoint::LocalPort() const { return m_socket->localPort(); }
+
+void UdpEndpoint::Close()
+{
+    m_socket->close();
+    m_queue.clear();
+    if (m_lookupId >= 0) QHostInfo::abortHostLookup(m_lookupId);
+    m_lookupId = -1;
+}
+
+void UdpEndpoint::SendData(const QString& text)
+{
+    m_queue.append({RemoteHost, RemotePort, ToWire(text)});
+    FlushQueue();
+}
+
+void UdpEndpoint::SendTo(const QString& text, const QHostAddress& address, quint16 port)
+{
+    m_socket->writeDatagram(ToWire(text), address, port);
+}
+
+void UdpEndpoint::FlushQueue()
+{
+    while (!m_queue.isEmpty() && m_lookupId < 0) {
+        const Pending& next = m_queue.front();
+        QHostAddress address;
+        if (address.setAddress(next.host.trimmed())) {
+            // A literal address: send as it is.
+        } else if (auto it = m_resolved.constFind(next.host.trimmed().toLower()); it != m_resolved.cend()) {
+            address = *it;
+        } else {
+            const QString name = next.host.trimmed().toLower();
+            if (name.isEmpty()) {
+                m_queue.removeFirst();
+                Q_EMIT Error(11001, u"Host not found"_s);
+                continue;
+            }
+            QPointer<UdpEndpoint> self(this);
+            m_lookupId = QHostInfo::lookupHost(name, this, [self, name](const QHostInfo& info) {
+                if (!self) return;
+                self->m_lookupId = -1;
+                const QHostAddress found = FirstIPv4(info);
+                if (found.isNull()) {
+                    // Drop every queued datagram for the name that failed.
+                    self->m_queue.removeIf([&](const Pending& p) { return p.host.trimmed().toLower() == name; });
+                    Q_EMIT self->Error(11001, u"Host not found: "_s + name);
+                } else {
+                    self->m_resolved.insert(name, found);
+                }
+                self->FlushQueue();
+            });
+            return;
+        }
+        if (address.protocol() == QAbstractSocket::IPv6Protocol && address.toIPv4Address() == 0) {
+            m_queue.removeFirst();
+            Q_EMIT Error(10047, u"Address family not supported: "_s + address.toString());
+            continue;
+        }
+        const Pending datagram = m_queue.takeFirst();
+        m_socket->writeDatagram(datagram.bytes, address, datagram.port);
+    }
+}
+
+void UdpEndpoint::ReadPending()
+{
+    m_readScheduled = false;
+    QPointer<UdpEndpoint> self(this);
+    for (int handled = 0; handled < kBatch; ++handled) {
+        if (!self || !m_socket->hasPendingDatagrams()) return;
+        const QNetworkDatagram datagram = m_socket->receiveDatagram();
+        if (!datagram.isValid()) continue;
+        Q_EMIT DataArrival(FromWire(datagram.data()), datagram.senderAddress(), quint16(datagram.senderPort()));
+    }
+    // More waiting: carry on after other events had their turn. readyRead is not raised again
+    // for datagrams that were already pending.
+    if (self && m_socket->hasPendingDatagrams() && !m_readScheduled) {
+        m_readScheduled = true;
+        QTimer::singleShot(0, this, &UdpEndpoint::ReadPending);
+    }
+}
+
+void UdpEndpoint::ReportSocketError()
+{
+    Q_EMIT Error(ErrorNumber(m_socket->error()), m_socket->errorString());
+}
+
+} // namespace linkhop

@@ -1,0 +1,38 @@
+#pragma once
+
+#include <QByteArray>
+#include <QMap>
+#include <QString>
+#include <QStringView>
+
+namespace linkhop {
+
+// The verb of a message: the text before the first space, or the whole message.
+QString Verb(QStringView message);
+
+// The value of field `key`: the text after the first "key=" up to the next ";".
+// Empty when the field is missing or unterminated. Never fails.
+QString GetParam(QStringView message, QStringView key);
+
+// Every field "<prefix><k>=" with k a decimal index (no leading zeros) in 0..INT32_MAX,
+// mapped to the value GetParam would read for it. Runs in time proportional to the message,
+// so a count announced by the sender never drives the work.
+QMap<qint32, QString> IndexedParams(QStringView message, QStringView prefix);
+
+// Free text of "MESSAGE": everything after the verb and its space. Throws Fault when shorter.
+QString MessageBody(QStringView message);
+
+// Text of "CHAT": everything after the first "TEXT=", to the end.
+QString ChatText(QStringView message);
+
+// A decimal field as a signed 32-bit number; empty, malformed or out-of-range text throws Fault.
+qint32 Number(QStringView text);
+
+// Removes every "=" and then every ";" from user-typed names and passwords.
+QString CleanField(QString text);
+
+// Text on the wire is Windows-1252 both ways; a character it cannot carry is sent as "?".
+QByteArray ToWire(QStringView text);
+QString FromWire(QByteArrayView bytes);
+
+} // namespace linkhop

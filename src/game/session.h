@@ -1,0 +1,48 @@
+#pragma once
+
+#include "core/options.h"
+#include "core/sessiondata.h"
+#include "platform/services.h"
+#include "platform/site.h"
+
+#include <QObject>
+#include <QString>
+
+namespace linkhop {
+
+// One client: the shared session variables and roster (inherited, so windows read them by their
+// own names), the option files of the program's folder, the encyclopedia's site and the services.
+// Every window gets the session by reference; nothing of a client lives anywhere else.
+class Session final : public QObject, public SessionData
+{
+    Q_OBJECT
+    Q_DISABLE_COPY_MOVE(Session)
+
+public:
+    Session(const QString& programFolder, const Services& services, const SiteConfig& site = SiteConfig::Compiled(),
+            QObject* parent = nullptr);
+    ~Session() override;
+
+    const QString& ProgramFolder() const { return m_options.Folder(); }
+    const SiteConfig& Site() const { return m_site; }
+    void SetSite(const SiteConfig& site) { m_site = site; }
+
+    void SaveOption(const QString& key, const QString& value) const { m_options.SaveOption(key, value); }
+    QString LoadOption(const QString& key) const { return m_options.LoadOption(key); }
+
+    Prompts& prompts() const { return *m_services.prompts; }
+    Launcher& launcher() const { return *m_services.launcher; }
+    Browser* CreateBrowser(QWidget* parent) const { return m_services.createBrowser(parent); }
+
+    // Ends the program once; later calls do nothing. Waits that let events run check Ended().
+    void EndProgram(int exitCode = 0);
+    bool Ended() const { return m_ended; }
+
+private:
+    Options m_options;
+    Services m_services;
+    SiteConfig m_site;
+    bool m_ended = false;
+};
+
+} // namespace linkhop

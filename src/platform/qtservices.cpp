@@ -1,0 +1,46 @@
+#include "qtservices.h"
+
+#include <QApplication>
+#include <QFileInfo>
+#include <QInputDialog>
+#include <QMessageBox>
+#include <QProcess>
+#include <QWidget>
+
+namespace linkhop {
+
+void QtPrompts::MessageBox(const QString& text, Icon icon)
+{
+    QMessageBox box(icon == Icon::Critical ? QMessageBox::Critical : QMessageBox::Information,
+                    kApplicationTitle.toString(), text, QMessageBox::Ok, QApplication::activeWindow());
+    box.exec();
+}
+
+QString QtPrompts::InputBox(const QString& prompt)
+{
+    bool ok = false;
+    const QString answer = QInputDialog::getText(QApplication::activeWindow(), kApplicationTitle.toString(), prompt,
+                                                 QLineEdit::Normal, QString(), &ok);
+    return ok ? answer : QString();
+}
+
+bool QtLauncher::Start(const QString& program)
+{
+    if (!QFileInfo(program).isExecutable()) return false;
+    QProcess process;
+    process.setProgram(program);
+    process.setArguments({});
+    process.setWorkingDirectory(QFileInfo(program).absolutePath());
+    // The server has no window of its own, so it cannot take the focus; its output is not ours.
+    process.setStandardOutputFile(QProcess::nullDevice());
+    process.setStandardErrorFile(QProcess::nullDevice());
+    return process.startDetached();
+}
+
+void QtProgramEnd::End(int exitCode)
+{
+    for (QWidget* window : QApplication::topLevelWidgets()) window->hide();
+    QCoreApplication::exit(exitCode);
+}
+
+} // namespace linkhop
