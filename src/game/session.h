@@ -8,6 +8,8 @@
 #include <QObject>
 #include <QString>
 
+#include <functional>
+
 namespace linkhop {
 
 // One client: the shared session variables and roster (inherited, so windows read them by their
@@ -34,6 +36,14 @@ public:
     Launcher& launcher() const { return *m_services.launcher; }
     Browser* CreateBrowser(QWidget* parent) const { return m_services.createBrowser(parent); }
 
+    // Sends through the game window's session socket once the game window has registered its
+    // sender; before that (and after it closed) a send goes nowhere.
+    void SendData(const QString& text) const
+    {
+        if (m_gameSender) m_gameSender(text);
+    }
+    void SetGameSender(std::function<void(const QString&)> sender) { m_gameSender = std::move(sender); }
+
     // Ends the program once; later calls do nothing. Waits that let events run check Ended().
     void EndProgram(int exitCode = 0);
     bool Ended() const { return m_ended; }
@@ -42,6 +52,7 @@ private:
     Options m_options;
     Services m_services;
     SiteConfig m_site;
+    std::function<void(const QString&)> m_gameSender;
     bool m_ended = false;
 };
 
