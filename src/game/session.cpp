@@ -1,5 +1,7 @@
 #include "session.h"
 
+#include "panels/frmchat.h"
+
 namespace linkhop {
 
 Session::Session(const QString& programFolder, const Services& services, const SiteConfig& site, QObject* parent)
@@ -7,7 +9,22 @@ Session::Session(const QString& programFolder, const Services& services, const S
 {
 }
 
-Session::~Session() = default;
+Session::~Session()
+{
+    delete m_chat;
+}
+
+// A panel after UnloadNow is gone for the session even while its deferred deletion is pending.
+frmChat& Session::Chat()
+{
+    if (!OpenChat()) m_chat = new frmChat(*this);
+    return *m_chat;
+}
+
+frmChat* Session::OpenChat() const
+{
+    return m_chat && !m_chat->UnloadAllowed() ? m_chat.data() : nullptr;
+}
 
 void Session::EndProgram(int exitCode)
 {
