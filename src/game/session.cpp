@@ -1,6 +1,7 @@
 #include "session.h"
 
 #include "panels/frmchat.h"
+#include "panels/frmscores.h"
 
 namespace linkhop {
 
@@ -12,6 +13,7 @@ Session::Session(const QString& programFolder, const Services& services, const S
 Session::~Session()
 {
     delete m_chat;
+    delete m_scores;
 }
 
 // A panel after UnloadNow is gone for the session even while its deferred deletion is pending.
@@ -24,6 +26,17 @@ frmChat& Session::Chat()
 frmChat* Session::OpenChat() const
 {
     return m_chat && !m_chat->UnloadAllowed() ? m_chat.data() : nullptr;
+}
+
+frmScores& Session::Scores()
+{
+    if (!OpenScores()) m_scores = new frmScores(*this);
+    return *m_scores;
+}
+
+frmScores* Session::OpenScores() const
+{
+    return m_scores && !m_scores->UnloadAllowed() ? m_scores.data() : nullptr;
 }
 
 void Session::EndProgram(int exitCode)

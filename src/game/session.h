@@ -14,6 +14,7 @@
 namespace linkhop {
 
 class frmChat;
+class frmScores;
 
 // One client: the shared session variables and roster (inherited, so windows read them by their
 // own names), the option files of the program's folder, the encyclopedia's site and the services.
@@ -51,6 +52,8 @@ public:
     // until their UnloadNow. Open...() is nullptr while a panel is not open.
     frmChat& Chat();
     frmChat* OpenChat() const;
+    frmScores& Scores();
+    frmScores* OpenScores() const;
 
     // Ends the program once; later calls do nothing. Waits that let events run check Ended().
     void EndProgram(int exitCode = 0);
@@ -63,6 +66,7 @@ private:
     std::function<void(const QString&)> m_gameSender;
     bool m_ended = false;
     QPointer<frmChat> m_chat;
+    QPointer<frmScores> m_scores;
 };
 
 } // namespace linkhop
