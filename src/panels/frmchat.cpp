@@ -82,10 +82,10 @@ frmChat::frmChat(Session& session) : QWidget(nullptr), m_session(session)
     // The native window now, so that the frame is known to the placement below and to whoever
     // reads the outer height before the window is shown.
     create();
-    // The frame goes to the screen's top-left corner. With the frame of the original design (a
-    // 45-twip border and a 315-twip title bar) that puts the client area 45 and 315 twips in; a
-    // thinner frame, or none, brings it closer. Keeping the frame at the corner is what lets the
-    // scoreboard hang directly below at the chat window's outer height.
+    // The frame goes to the screen's top-left corner. The design's frame (45 twips of border at
+    // the left, 315 of border and title bar at the top) puts the client area 45 and 315 twips in;
+    // another frame puts it as far in as that frame is thick. Keeping the frame at the corner is
+    // what lets the scoreboard hang directly below at the chat window's outer height.
     move(screen()->geometry().topLeft());
 
     UpdateList();
