@@ -6,11 +6,15 @@
 #include "platform/site.h"
 
 #include <QObject>
+#include <QPointer>
 #include <QString>
 
 #include <functional>
 
 namespace linkhop {
+
+class frmChat;
+class frmScores;
 
 // One client: the shared session variables and roster (inherited, so windows read them by their
 // own names), the option files of the program's folder, the encyclopedia's site and the services.
@@ -44,6 +48,13 @@ public:
     }
     void SetGameSender(std::function<void(const QString&)> sender) { m_gameSender = std::move(sender); }
 
+    // The panels: created on first use after the last UnloadNow (the caller shows them), open
+    // until their UnloadNow. Open...() is nullptr while a panel is not open.
+    frmChat& Chat();
+    frmChat* OpenChat() const;
+    frmScores& Scores();
+    frmScores* OpenScores() const;
+
     // Ends the program once; later calls do nothing. Waits that let events run check Ended().
     void EndProgram(int exitCode = 0);
     bool Ended() const { return m_ended; }
@@ -54,6 +65,8 @@ private:
     SiteConfig m_site;
     std::function<void(const QString&)> m_gameSender;
     bool m_ended = false;
+    QPointer<frmChat> m_chat;
+    QPointer<frmScores> m_scores;
 };
 
 } // namespace linkhop

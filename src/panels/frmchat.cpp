@@ -1,0 +1,159 @@
+#include "frmchat.h"
+
+#include "core/messages.h"
+#include "game/session.h"
+#include "platform/redraw.h"
+#include "platform/twips.h"
+
+#include <QCloseEvent>
+#include <QKeyEvent>
+#include <QLabel>
+#include <QLineEdit>
+#include <QListWidget>
+#include <QPlainTextEdit>
+#include <QPushButton>
+#include <QScreen>
+#include <iterator>
+
+using namespace Qt::Literals::StringLiterals;
+
+namespace linkhop {
+
+namespace {
+
+constexpr qsizetype KeptLines = 99;
+
+template <typename Control> Control* MakeControl(QWidget* window, const QString& name, const QRect& place)
+{
+    auto* control = new Control(window);
+    control->setObjectName(name);
+    control->setGeometry(place);
+    control->setFont(ArialFont(8.25));
+    return control;
+}
+
+QLabel* MakeLabel(QWidget* window, const QString& name, const QString& caption, const QRect& place)
+{
+    auto* label = MakeControl<QLabel>(window, name, place);
+    label->setTextFormat(Qt::PlainText);
+    label->setText(caption);
+    label->setAlignment(Qt::AlignLeft | Qt::AlignTop);
+    label->setWordWrap(true);
+    return label;
+}
+
+// Only spaces count as padding around a command, not other white space.
+QStringView TrimSpaces(QStringView text)
+{
+    while (text.startsWith(u' '))
+        text = text.mid(1);
+    while (text.endsWith(u' '))
+        text.chop(1);
+    return text;
+}
+
+} // namespace
+
+frmChat::frmChat(Session& session) : QWidget(nullptr), m_session(session)
+{
+    setWindowFlags(Qt::Tool | Qt::CustomizeWindowHint | Qt::WindowTitleHint | Qt::WindowCloseButtonHint);
+    setWindowTitle(u"Chat"_s);
+    setFont(ArialFont(8.25));
+    setFixedSize(Px(5520), Px(3255));
+
+    lblChat = MakeLabel(this, u"lblChat"_s, u"Chat:"_s, TwipsRect(120, 120, 3375, 495));
+    txtChat = MakeControl<QPlainTextEdit>(this, u"txtChat"_s, TwipsRect(120, 360, 3375, 2415));
+    txtChat->setReadOnly(true);
+    txtChat->setVerticalScrollBarPolicy(Qt::ScrollBarAlwaysOn);
+    txtSend = MakeControl<QLineEdit>(this, u"txtSend"_s, TwipsRect(120, 2880, 2775, 255));
+    cmdSend = MakeControl<QPushButton>(this, u"cmdSend"_s, TwipsRect(3000, 2880, 495, 255));
+    cmdSend->setText(u"Send"_s);
+    lblPlayers = MakeLabel(this, u"lblPlayers"_s, u"Players:"_s, TwipsRect(3600, 120, 1815, 615));
+    lstPlayers = MakeControl<QListWidget>(this, u"lstPlayers"_s, TwipsRect(3600, 360, 1815, 2790));
+
+    QWidget* const tabOrder[] = {txtSend, cmdSend, lblPlayers, lstPlayers, txtChat, lblChat};
+    for (size_t i = 1; i < std::size(tabOrder); ++i)
+        setTabOrder(tabOrder[i - 1], tabOrder[i]);
+    txtSend->setFocus();
+
+    connect(cmdSend, &QPushButton::clicked, this, &frmChat::Send);
+    txtSend->installEventFilter(this);
+
+    // The native window now, so that the frame is known to the placement below and to whoever
+    // reads the outer height before the window is shown.
+    create();
+    // The frame goes to the screen's top-left corner. The design's frame (45 twips of border at
+    // the left, 315 of border and title bar at the top) puts the client area 45 and 315 twips in;
+    // another frame puts it as far in as that frame is thick. Keeping the frame at the corner is
+    // what lets the scoreboard hang directly below at the chat window's outer height.
+    move(screen()->geometry().topLeft());
+
+    UpdateList();
+}
+
+frmChat::~frmChat() = default;
+
+void frmChat::AddChat(const QString& Name, const QString& Text)
+{
+    RedrawSuspension suspension(this);
+    const QString CrLf = u"\r\n"_s;
+    const QString line = Name % u": " % Text;
+    if (m_transcript.isEmpty()) {
+        m_transcript = line;
+    } else {
+        QStringList lines = m_transcript.split(CrLf);
+        if (lines.size() > KeptLines) lines = lines.mid(lines.size() - KeptLines);
+        m_transcript = lines.join(CrLf) % CrLf % line;
+    }
+    txtChat->setPlainText(m_transcript);
+    txtChat->moveCursor(QTextCursor::End);
+}
+
+void frmChat::UpdateList()
+{
+    lstPlayers->clear();
+    for (qint32 i = 1; i <= m_session.PlayerCount(); ++i)
+        lstPlayers->addItem(m_session.Player(i).Name);
+    lblPlayers->setText(u"Players ("_s % QString::number(lstPlayers->count()) % u"):");
+}
+
+void frmChat::UnloadNow()
+{
+    m_unloadAllowed = true;
+    close();
+    deleteLater();
+}
+
+void frmChat::closeEvent(QCloseEvent* event)
+{
+    if (m_unloadAllowed)
+        event->accept();
+    else
+        event->ignore();
+}
+
+bool frmChat::eventFilter(QObject* watched, QEvent* event)
+{
+    if (watched == txtSend && event->type() == QEvent::KeyPress) {
+        const int key = static_cast<QKeyEvent*>(event)->key();
+        if (key == Qt::Key_Return || key == Qt::Key_Enter) {
+            Send();
+            return true;
+        }
+    }
+    return QWidget::eventFilter(watched, event);
+}
+
+void frmChat::Send()
+{
+    const QString typed = txtSend->text();
+    if (typed.isEmpty()) return;
+    const QString command = TrimSpaces(typed).toString().toLower();
+    if (command == u"/date" || command == u"/time")
+        m_session.SendData(msg::TimeRequest(m_session.LocalPort));
+    else
+        m_session.SendData(msg::Chat(m_session.PlayerName, typed));
+    txtSend->clear();
+}
+
+} // namespace linkhop
