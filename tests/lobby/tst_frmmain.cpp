@@ -38,8 +38,10 @@ QString FirstConnect(const QString& name, const QString& port)
 // One client with its main window open, and the controls a player uses.
 struct MainWindow
 {
-    MainWindow()
+    // `prepare` runs on the session before the window opens, as a previous run would have left it.
+    explicit MainWindow(const std::function<void(Session&)>& prepare = {})
     {
+        if (prepare) prepare(*client.session);
         window = new frmMain(*client.session);
         completed = std::make_unique<QSignalSpy>(window.data(), &frmMain::HandshakeCompleted);
         window->show();
@@ -102,18 +104,12 @@ private Q_SLOTS:
 
     void opensWithTheRememberedName()
     {
-        TestClient seed;
-        MainWindow w;
-        w.client.session->SaveOption(u"Name"_s, u"Bo=b;"_s);
-        delete w.window.data();
-        w.window = new frmMain(*w.client.session);
-        w.window->show();
+        MainWindow w([](Session& session) { session.SaveOption(u"Name"_s, u"Bo=b;"_s); });
         QVERIFY(QTest::qWaitForWindowActive(w.window));
-        auto* txtName = Find<QLineEdit>(w.window, u"txtName"_s);
         QCOMPARE(w.window->windowTitle(), u"The Linkhop - 1.04 (beta)"_s);
-        QCOMPARE(txtName->text(), u"Bob"_s);
-        QCOMPARE(txtName->selectedText(), u"Bob"_s);
-        QCOMPARE(QApplication::focusWidget(), txtName);
+        QCOMPARE(w.txtName->text(), u"Bob"_s);
+        QCOMPARE(w.txtName->selectedText(), u"Bob"_s);
+        QCOMPARE(QApplication::focusWidget(), w.txtName);
         QCOMPARE(w.client.session->LoadOption(u"Name"_s), u"Bob"_s);
     }
 
