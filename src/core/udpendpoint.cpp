@@ -129,19 +129,22 @@ void UdpEndpoint::FlushQueue()
     }
 }
 
+bool UdpEndpoint::IsBound() const { return m_socket->state() == QAbstractSocket::BoundState; }
+
 void UdpEndpoint::ReadPending()
 {
     m_readScheduled = false;
     QPointer<UdpEndpoint> self(this);
     for (int handled = 0; handled < kBatch; ++handled) {
-        if (!self || !m_socket->hasPendingDatagrams()) return;
+        // A receiver may close the socket (or delete the endpoint) from its handler.
+        if (!self || !IsBound() || !m_socket->hasPendingDatagrams()) return;
         const QNetworkDatagram datagram = m_socket->receiveDatagram();
         if (!datagram.isValid()) continue;
         Q_EMIT DataArrival(FromWire(datagram.data()), datagram.senderAddress(), quint16(datagram.senderPort()));
     }
     // More waiting: carry on after other events had their turn. readyRead is not raised again
     // for datagrams that were already pending.
-    if (self && m_socket->hasPendingDatagrams() && !m_readScheduled) {
+    if (self && IsBound() && m_socket->hasPendingDatagrams() && !m_readScheduled) {
         m_readScheduled = true;
         QTimer::singleShot(0, this, &UdpEndpoint::ReadPending);
     }

@@ -52,6 +52,7 @@ private:
         quint16 port;
         QByteArray bytes;
     };
+    bool IsBound() const;
     void ReadPending();
     void FlushQueue();
     void ReportSocketError();
