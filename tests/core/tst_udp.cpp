@@ -119,6 +119,24 @@ private Q_SLOTS:
         QCOMPARE(order.last(), u"end fourth"_s);
     }
 
+    void closingFromTheHandlerStopsReading()
+    {
+        QTest::failOnWarning(QRegularExpression(u".*"_s));
+        UdpEndpoint client;
+        QVERIFY(client.Bind(u"7214"_s));
+        int delivered = 0;
+        connect(&client, &UdpEndpoint::DataArrival, this, [&] {
+            ++delivered;
+            client.Close();
+        });
+        QUdpSocket sender;
+        for (int i = 0; i < 3; ++i)
+            sender.writeDatagram(QByteArray("PLAYERLIST COUNT=0;"), QHostAddress::LocalHost, 7214);
+        QVERIFY(WaitUntil([&] { return delivered > 0; }));
+        QTest::qWait(50);
+        QCOMPARE(delivered, 1);
+    }
+
     void sendingToBadHostsReportsErrors()
     {
         UdpEndpoint client;

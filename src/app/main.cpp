@@ -1,0 +1,37 @@
+#include "game/session.h"
+#include "lobby/frmmain.h"
+#include "platform/qtservices.h"
+
+#include <QApplication>
+#include <QPointer>
+#include <unistd.h>
+
+int main(int argc, char* argv[])
+{
+    // WebEngine refuses to start its sandbox as root; a root user gets it without one.
+    if (geteuid() == 0 && qEnvironmentVariableIsEmpty("QTWEBENGINE_DISABLE_SANDBOX"))
+        qputenv("QTWEBENGINE_DISABLE_SANDBOX", "1");
+    QCoreApplication::setAttribute(Qt::AA_ShareOpenGLContexts);
+
+    QApplication app(argc, argv);
+    QApplication::setApplicationName(QStringLiteral("Linkhop"));
+    // The program ends through the session only: the main window's hand-over closes the last
+    // window for a moment before the session windows open.
+    QApplication::setQuitOnLastWindowClosed(false);
+
+    linkhop::QtPrompts prompts;
+    linkhop::QtLauncher launcher;
+    linkhop::QtProgramEnd programEnd;
+    linkhop::Services services;
+    services.prompts = &prompts;
+    services.launcher = &launcher;
+    services.programEnd = &programEnd;
+    services.createBrowser = [](QWidget*) -> linkhop::Browser* { return nullptr; };
+
+    linkhop::Session session(QCoreApplication::applicationDirPath(), services);
+    const QPointer<linkhop::frmMain> window = new linkhop::frmMain(session);
+    window->show();
+    const int exitCode = QApplication::exec();
+    delete window.data();
+    return exitCode;
+}
