@@ -42,7 +42,11 @@ QHostAddress FirstIPv4(const QHostInfo& info)
 
 UdpEndpoint::UdpEndpoint(QObject* parent) : QObject(parent), m_socket(new QUdpSocket(this))
 {
-    connect(m_socket, &QUdpSocket::readyRead, this, &UdpEndpoint::ReadPending);
+    // Datagrams are read as soon as the socket has them, but handed over from a queued call,
+    // never from inside readyRead: a handler that lets events run (waiting for a page) then still
+    // receives the datagrams arriving meanwhile, which readyRead, never raised recursively, would
+    // hold back.
+    connect(m_socket, &QUdpSocket::readyRead, this, &UdpEndpoint::Drain);
     connect(m_socket, &QUdpSocket::errorOccurred, this, &UdpEndpoint::ReportSocketError);
 }
 
@@ -71,6 +75,8 @@ quint16 UdpEndpoint::LocalPort() const { return m_socket->localPort(); }
 void UdpEndpoint::Close()
 {
     m_socket->close();
+    m_inbox.clear();
+    m_inboxBytes = 0;
     m_queue.clear();
     if (m_lookupId >= 0) QHostInfo::abortHostLookup(m_lookupId);
     m_lookupId = -1;
@@ -129,25 +135,40 @@ void UdpEndpoint::FlushQueue()
     }
 }
 
-bool UdpEndpoint::IsBound() const { return m_socket->state() == QAbstractSocket::BoundState; }
-
-void UdpEndpoint::ReadPending()
+void UdpEndpoint::Drain()
 {
-    m_readScheduled = false;
-    QPointer<UdpEndpoint> self(this);
-    for (int handled = 0; handled < kBatch; ++handled) {
-        // A receiver may close the socket (or delete the endpoint) from its handler.
-        if (!self || !IsBound() || !m_socket->hasPendingDatagrams()) return;
-        const QNetworkDatagram datagram = m_socket->receiveDatagram();
+    while (m_socket->hasPendingDatagrams()) {
+        QNetworkDatagram datagram = m_socket->receiveDatagram();
         if (!datagram.isValid()) continue;
+        // Beyond the inbox's limit a flood is dropped here, at the cost of a read.
+        if (m_inboxBytes + datagram.data().size() > kInboxLimitBytes) continue;
+        m_inboxBytes += datagram.data().size();
+        m_inbox.append(std::move(datagram));
+    }
+    ScheduleDelivery();
+}
+
+void UdpEndpoint::ScheduleDelivery()
+{
+    if (m_deliveryScheduled || m_inbox.isEmpty()) return;
+    m_deliveryScheduled = true;
+    QMetaObject::invokeMethod(this, &UdpEndpoint::Deliver, Qt::QueuedConnection);
+}
+
+void UdpEndpoint::Deliver()
+{
+    m_deliveryScheduled = false;
+    QPointer<UdpEndpoint> self(this);
+    for (int handled = 0; handled < kBatch && !m_inbox.isEmpty(); ++handled) {
+        const QNetworkDatagram datagram = m_inbox.takeFirst();
+        m_inboxBytes -= datagram.data().size();
+        // The rest follow after other events had their turn, or nested when this handler lets
+        // events run.
+        ScheduleDelivery();
         Q_EMIT DataArrival(FromWire(datagram.data()), datagram.senderAddress(), quint16(datagram.senderPort()));
+        if (!self) return;
     }
-    // More waiting: carry on after other events had their turn. readyRead is not raised again
-    // for datagrams that were already pending.
-    if (self && IsBound() && m_socket->hasPendingDatagrams() && !m_readScheduled) {
-        m_readScheduled = true;
-        QTimer::singleShot(0, this, &UdpEndpoint::ReadPending);
-    }
+    ScheduleDelivery();
 }
 
 void UdpEndpoint::ReportSocketError()

@@ -3,6 +3,7 @@
 #include <QHash>
 #include <QHostAddress>
 #include <QList>
+#include <QNetworkDatagram>
 #include <QObject>
 #include <QString>
 
@@ -40,6 +41,8 @@ public:
     // Datagrams handled per event-loop turn before the rest wait for the next turn, so that a
     // flood cannot hold the event loop.
     static constexpr int kBatch = 64;
+    // Received datagrams waiting for their turn; a flood beyond this is dropped.
+    static constexpr qsizetype kInboxLimitBytes = 8 << 20;
 
 Q_SIGNALS:
     void DataArrival(const QString& text, const QHostAddress& sender, quint16 senderPort);
@@ -52,12 +55,15 @@ private:
         quint16 port;
         QByteArray bytes;
     };
-    bool IsBound() const;
-    void ReadPending();
+    void Drain();
+    void ScheduleDelivery();
+    void Deliver();
     void FlushQueue();
     void ReportSocketError();
     QUdpSocket* m_socket = nullptr;
-    bool m_readScheduled = false;
+    QList<QNetworkDatagram> m_inbox;
+    qsizetype m_inboxBytes = 0;
+    bool m_deliveryScheduled = false;
     QHash<QString, QHostAddress> m_resolved;
     QList<Pending> m_queue;
     int m_lookupId = -1;

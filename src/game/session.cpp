@@ -1,7 +1,9 @@
 #include "session.h"
 
+#include "game/frmgame.h"
 #include "panels/frmchat.h"
 #include "panels/frmscores.h"
+#include "panels/frmwinner.h"
 
 namespace linkhop {
 
@@ -14,6 +16,8 @@ Session::~Session()
 {
     delete m_chat;
     delete m_scores;
+    delete m_winner;
+    delete m_game;
 }
 
 // A panel after UnloadNow is gone for the session even while its deferred deletion is pending.
@@ -38,6 +42,23 @@ frmScores* Session::OpenScores() const
 {
     return m_scores && !m_scores->UnloadAllowed() ? m_scores.data() : nullptr;
 }
+
+frmWinner& Session::Winner()
+{
+    if (!OpenWinner()) m_winner = new frmWinner(*this);
+    return *m_winner;
+}
+
+frmWinner* Session::OpenWinner() const
+{
+    return m_winner && !m_winner->UnloadAllowed() ? m_winner.data() : nullptr;
+}
+
+frmGame* Session::Game() const { return m_game; }
+
+void Session::SetGame(frmGame* game) { m_game = game; }
+
+Browser* Session::GameBrowser() const { return m_game ? m_game->wbMain : nullptr; }
 
 void Session::EndProgram(int exitCode)
 {

@@ -15,6 +15,8 @@ namespace linkhop {
 
 class frmChat;
 class frmScores;
+class frmWinner;
+class frmGame;
 
 // One client: the shared session variables and roster (inherited, so windows read them by their
 // own names), the option files of the program's folder, the encyclopedia's site and the services.
@@ -54,6 +56,13 @@ public:
     frmChat* OpenChat() const;
     frmScores& Scores();
     frmScores* OpenScores() const;
+    frmWinner& Winner();
+    frmWinner* OpenWinner() const;
+
+    // The game window while it is open, and its browser, which the word chooser drives.
+    frmGame* Game() const;
+    void SetGame(frmGame* game);
+    Browser* GameBrowser() const;
 
     // Ends the program once; later calls do nothing. Waits that let events run check Ended().
     void EndProgram(int exitCode = 0);
@@ -67,6 +76,8 @@ private:
     bool m_ended = false;
     QPointer<frmChat> m_chat;
     QPointer<frmScores> m_scores;
+    QPointer<frmWinner> m_winner;
+    QPointer<frmGame> m_game;
 };
 
 } // namespace linkhop

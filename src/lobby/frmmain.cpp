@@ -8,6 +8,7 @@
 #include "core/wire.h"
 #include "frmhost.h"
 #include "frmservers.h"
+#include "game/frmgame.h"
 #include "game/session.h"
 #include "lobbywindow.h"
 #include "platform/twips.h"
@@ -327,6 +328,8 @@ void frmMain::HandOver(const QString& playerList)
     m_handedOver = true;
     tmrTimeout->stop();
     const QPointer<frmMain> self(this);
+    OpenSessionWindows(m_session, IsHost, WelcomeText);
+    if (!self) return;
     Q_EMIT HandshakeCompleted(IsHost, WelcomeText);
     if (!self) return;
     close();

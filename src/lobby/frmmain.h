@@ -16,7 +16,8 @@ class UdpEndpoint;
 
 // The start-up window: the player's name, Join Game and Host Game, and the connection handshake
 // on its own socket. On success it fills the roster, frees the local port for the game window,
-// reports HandshakeCompleted and closes for good; closing it before that ends the program.
+// opens the session's windows, reports HandshakeCompleted and closes for good; closing it before
+// that ends the program.
 class frmMain final : public QWidget
 {
     Q_OBJECT
@@ -34,7 +35,7 @@ public:
     static QString ServerProgramName();
 
 Q_SIGNALS:
-    // The session's roster is filled and the local port is free; the session windows take over.
+    // The session's roster is filled and its windows are open; they take over from here.
     void HandshakeCompleted(bool isHost, const QString& welcomeText);
 
 protected:

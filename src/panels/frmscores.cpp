@@ -92,7 +92,7 @@ frmScores::frmScores(Session& session) : QWidget(nullptr), m_session(session)
     const QRect screenArea = screen()->geometry();
     const frmChat* chat = m_session.OpenChat();
     const int chatHeight = chat ? chat->frameGeometry().height() : 0;
-    SetOuterGeometry(QRect(screenArea.left(), screenArea.top() + chatHeight, OuterWidth,
+    SetOuterGeometry(*this, QRect(screenArea.left(), screenArea.top() + chatHeight, OuterWidth,
                            screenArea.height() - chatHeight - BottomStrip));
 }
 
@@ -151,7 +151,7 @@ void frmScores::resizeEvent(QResizeEvent* event)
     QSize outer = frameGeometry().size();
     outer.setWidth(OuterWidth);
     outer.setHeight(std::max(outer.height(), MinOuterHeight));
-    if (outer != frameGeometry().size()) SetOuterGeometry(QRect(frameGeometry().topLeft(), outer));
+    if (outer != frameGeometry().size()) SetOuterGeometry(*this, QRect(frameGeometry().topLeft(), outer));
     LayOut();
     UpdateList(true, true, true, true);
 }
@@ -166,14 +166,6 @@ void frmScores::paintEvent(QPaintEvent* event)
     painter.drawLine(m_lines.Line3);
     painter.drawLine(m_lines.Line4);
     painter.drawLine(m_lines.Line5);
-}
-
-// Positions and sizes the window by its outer frame, as far as the frame is known yet.
-void frmScores::SetOuterGeometry(const QRect& outer)
-{
-    const QSize frame = frameGeometry().size() - size();
-    move(outer.topLeft());
-    resize(outer.size() - frame);
 }
 
 // Everything below the columns keeps its distance from the bottom edge; the columns take the rest.

@@ -46,7 +46,6 @@ protected:
     void paintEvent(QPaintEvent* event) override;
 
 private:
-    void SetOuterGeometry(const QRect& outer);
     void LayOut();
 
     Session& m_session;

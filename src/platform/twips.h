@@ -3,6 +3,7 @@
 #include <QFont>
 #include <QRect>
 #include <QString>
+#include <QWidget>
 
 namespace linkhop {
 
@@ -22,6 +23,15 @@ inline QFont ArialFont(qreal pointSize, bool bold = false, bool italic = false)
     font.setBold(bold);
     font.setItalic(italic);
     return font;
+}
+
+// Positions and sizes a window by its outer frame, as far as the frame is known yet (create() the
+// native window first to know it before the window shows).
+inline void SetOuterGeometry(QWidget& window, const QRect& outer)
+{
+    const QSize frame = window.frameGeometry().size() - window.size();
+    window.move(outer.topLeft());
+    window.resize(outer.size() - frame);
 }
 
 } // namespace linkhop

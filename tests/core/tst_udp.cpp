@@ -95,6 +95,30 @@ private Q_SLOTS:
         QVERIFY(deliveredWhenOthersRan <= 2 * UdpEndpoint::kBatch);
     }
 
+    void handlersThatWaitStillReceive()
+    {
+        // A handler that lets events run sees the datagrams arriving meanwhile, to completion,
+        // and later bursts still arrive after a burst was read out.
+        UdpEndpoint client;
+        QVERIFY(client.Bind(u"7214"_s));
+        QStringList order;
+        connect(&client, &UdpEndpoint::DataArrival, this, [&](const QString& text) {
+            order << u"begin "_s + text;
+            if (text == u"first"_s) WaitUntil([&] { return order.contains(u"end second"_s); }, 3000);
+            order << u"end "_s + text;
+        });
+        QUdpSocket peer;
+        const auto send = [&](const char* text) { peer.writeDatagram(QByteArray(text), QHostAddress::LocalHost, 7214); };
+        send("first");
+        QTimer::singleShot(100, this, [&] { send("second"); });
+        QVERIFY(WaitUntil([&] { return order.size() == 4; }));
+        QCOMPARE(order, (QStringList{u"begin first"_s, u"begin second"_s, u"end second"_s, u"end first"_s}));
+        send("third");
+        send("fourth");
+        QVERIFY(WaitUntil([&] { return order.size() == 8; }));
+        QCOMPARE(order.last(), u"end fourth"_s);
+    }
+
     void closingFromTheHandlerStopsReading()
     {
         QTest::failOnWarning(QRegularExpression(u".*"_s));

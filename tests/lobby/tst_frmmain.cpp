@@ -1,5 +1,9 @@
 #include "clientfakes.h"
 #include "core/udpendpoint.h"
+#include "game/frmgame.h"
+#include "game/session.h"
+#include "panels/frmchat.h"
+#include "panels/frmscores.h"
 #include "lobby/frmhost.h"
 #include "lobby/frmmain.h"
 #include "lobby/frmservers.h"
@@ -338,13 +342,22 @@ private Q_SLOTS:
         QCOMPARE(w.completed->first().at(0).toBool(), isHost);
         QCOMPARE(w.completed->first().at(1).toString(), welcome);
         QCOMPARE(Names(session), roster);
-        QCOMPARE(session.JoinInProgress, joinAfter);
         QCOMPARE(session.Words.size(), 1);
         QCOMPARE(session.Words.at(0), QString());
         QVERIFY(!session.InRound);
         QVERIFY(session.ChooserName.isEmpty());
         QCOMPARE(session.TargetWordIndex, 0);
-        QVERIFY(w.PortFree());
+        // The session's windows took over: the game window holds the announced port, and a
+        // round already running is asked for once.
+        QVERIFY(session.OpenChat() && session.OpenChat()->isVisible());
+        QVERIFY(session.OpenScores() && session.OpenScores()->isVisible());
+        QVERIFY(session.Game() && session.Game()->isVisible());
+        QCOMPARE(session.Game()->wsGame->LocalPort(), session.LocalPort.toUShort());
+        QCOMPARE(bool(session.OpenWinner()), isHost);
+        QCOMPARE(session.OpenChat()->Transcript().endsWith(u"GAME: "_s + welcome), !welcome.isEmpty());
+        QVERIFY(!session.JoinInProgress);
+        QCOMPARE(server.WaitForVerb(u"GETWORDS"_s, 1, joinAfter ? 5000 : 200),
+                 joinAfter ? u"GETWORDS NAME=Ann;"_s : QString());
         for (const QString& request : server.ReceivedWithVerb(u"GETPLAYERLIST"_s))
             QCOMPARE(request, u"GETPLAYERLIST PORT="_s + session.LocalPort + u";"_s);
         QVERIFY(w.client.prompts.inputPrompts.isEmpty());

@@ -1,0 +1,198 @@
+#include "dispatcher.h"
+
+#include "core/fault.h"
+#include "core/messages.h"
+#include "core/wire.h"
+#include "game/frmgame.h"
+#include "game/session.h"
+#include "panels/frmchat.h"
+#include "panels/frmscores.h"
+#include "panels/frmwinner.h"
+#include "platform/browser.h"
+#include "platform/eventwait.h"
+
+#include <QPointer>
+
+using namespace Qt::Literals::StringLiterals;
+
+namespace linkhop {
+
+namespace {
+
+const QString kGame = msg::GameSpeaker.toString();
+
+} // namespace
+
+void SessionDispatcher::Handle(const QString& message)
+{
+    QString reply;
+    try {
+        reply = React(message, Verb(message));
+    } catch (const Fault&) {
+        return;
+    }
+    if (!reply.isEmpty() && !m_session.Ended()) m_game.SendData(reply);
+}
+
+void SessionDispatcher::ShowWordChooser()
+{
+    frmWinner& chooser = m_session.Winner();
+    chooser.show();
+    chooser.raise();
+    chooser.activateWindow();
+}
+
+QString SessionDispatcher::React(const QString& message, const QString& verb)
+{
+    Session& s = m_session;
+    const auto param = [&](QStringView key) { return GetParam(message, key); };
+
+    if (verb == verb::PING) return msg::Pong(s.PlayerName, param(u"TIME"));
+
+    if (verb == verb::DISCONNECT) {
+        s.prompts().MessageBox(u"You have been disconnected from the game."_s, Icon::Information);
+        if (s.Ended()) return {};
+        m_game.Disconnected = true;
+        m_game.close();
+        return {};
+    }
+
+    if (verb == verb::SCOREIS) {
+        const qint32 i = s.FindPlayer(param(u"NAME"));
+        s.Player(i).Wins = Number(param(u"WINS"));
+        s.Player(i).Clicks = Number(param(u"CLICK"));
+        s.Player(i).RoundClicks = Number(param(u"RCLICK"));
+        s.Player(i).InGame = param(u"INGAME");
+        s.Scores().UpdateList(false, true, false, false, false);
+        return {};
+    }
+
+    if (verb == verb::PINGIS) {
+        const qint32 i = s.FindPlayer(param(u"NAME"));
+        s.Player(i).Ping = Number(param(u"PING"));
+        s.Scores().UpdateList(false, false, true, false, false);
+        return {};
+    }
+
+    if (verb == verb::MESSAGE) {
+        s.Chat().AddChat(kGame, MessageBody(message));
+        return {};
+    }
+
+    if (verb == verb::JOIN || verb == verb::LEAVE || verb == verb::DROP) {
+        const QString name = param(u"NAME");
+        if (verb == verb::JOIN) {
+            s.AddPlayer(name);
+            s.Chat().AddChat(kGame, name + u" has joined the game."_s);
+        } else {
+            s.RemovePlayer(name);
+            s.Chat().AddChat(kGame, name + (verb == verb::LEAVE ? u" has left the game."_s
+                                                               : u" was dropped from the game."_s));
+        }
+        s.Chat().UpdateList();
+        s.Scores().UpdateList(true, true, true, true, false);
+        return {};
+    }
+
+    if (verb == verb::CHAT) {
+        s.Chat().AddChat(param(u"NAME"), ChatText(message));
+        return {};
+    }
+
+    if (verb == verb::TIME) {
+        s.Chat().AddChat(u"Current Time"_s, param(u"TIME") + u" on "_s + param(u"DATE"));
+        return {};
+    }
+
+    if (verb == verb::WINNER) {
+        const QString name = param(u"NAME");
+        const qint32 i = s.FindPlayer(name);
+        s.InRound = false;
+        s.Chat().AddChat(kGame, name + u" has won the round in "_s + QString::number(s.Player(i).RoundClicks) +
+                                    u" clicks!"_s);
+        s.Player(i).Wins += 1;
+        s.Scores().UpdateList(false, true, false, false, false);
+        if (name == s.PlayerName) {
+            if (s.RoutePath.isEmpty()) throw Fault{"no route to send"};
+            m_game.SendData(msg::SendMyPath(s.Player(i).Name, s.RoutePath.chopped(1)));
+            ShowWordChooser();
+        }
+        return {};
+    }
+
+    if (verb == verb::PATHIS) {
+        QString route = param(u"PATH");
+        route.replace(u'\r', u" --> "_s);
+        s.Chat().AddChat(kGame, u"The winning route was: \r\n"_s + route);
+        s.Chat().AddChat(kGame, param(u"NAME") + u" now chooses the next words."_s);
+        return {};
+    }
+
+    if (verb == verb::NEWGAME) {
+        s.ResetGameData();
+        s.ChooserName = param(u"NAME");
+        s.InRound = false;
+        if (s.PlayerName == s.ChooserName) ShowWordChooser();
+        return {};
+    }
+
+    if (verb == verb::DISQUALIFY) {
+        const qint32 i = s.FindPlayer(s.PlayerName);
+        s.Player(i).InGame = u"no"_s;
+        m_game.wbMain->Navigate(s.Site().MainPage());
+        m_game.SendData(msg::DisqualifiedNotice(s.PlayerName, s.CurrentArticle));
+        return {};
+    }
+
+    if (verb == verb::NAVIGATE) {
+        m_game.wbMain->Navigate(s.Site().Search(param(u"URL")));
+        return {};
+    }
+
+    if (verb == verb::SETRANDOM) {
+        const QString url = param(u"URL");
+        const QString src = param(u"SRC");
+        m_game.wbMain->Navigate(s.Site().Search(url));
+        m_game.LastReported = url;
+        if (src == u"1"_s)
+            s.Chat().AddChat(kGame, u"Initial page randomized: \""_s + url + u'"');
+        else if (src == u"2"_s)
+            s.Chat().AddChat(kGame, u"Destination page randomized: \""_s + url + u'"');
+        if (frmWinner* chooser = s.OpenWinner(); chooser && chooser->isVisible()) {
+            if (src == u"1"_s)
+                chooser->txtInitial->setText(url);
+            else if (src == u"2"_s)
+                chooser->txtDestination->setText(url);
+        }
+        return {};
+    }
+
+    if (verb == verb::STARTGAME) StartGame(message);
+    return {};
+}
+
+void SessionDispatcher::StartGame(const QString& message)
+{
+    Session& s = m_session;
+    s.CurrentArticle = GetParam(message, u"WORD0");
+    s.RoutePath = s.CurrentArticle + u'\r';
+    m_game.wbMain->Navigate(s.Site().Search(s.CurrentArticle));
+
+    // Other datagrams, timer ticks and the browser's notifications run meanwhile, to completion.
+    QPointer<Browser> browser = m_game.wbMain;
+    LetEventsRun();
+    LetEventsRunUntil([&] { return s.Ended() || !browser || !browser->Busy(); }, m_firstPageWaitMs);
+    if (s.Ended()) return;
+
+    for (qint32 i = 1; i <= s.PlayerCount(); ++i) {
+        s.Player(i).RoundClicks = 0;
+        s.Player(i).InGame = u"yes"_s;
+    }
+    s.InRound = true;
+    s.Chat().AddChat(kGame, u"The game has begun!"_s);
+    s.Words = WordList::FromStartGame(message);
+    s.TargetWordIndex = 1;
+    s.Scores().UpdateList(false, false, false, true, false);
+}
+
+} // namespace linkhop

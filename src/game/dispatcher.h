@@ -1,0 +1,35 @@
+#pragma once
+
+#include <QString>
+
+namespace linkhop {
+
+class Session;
+class frmGame;
+
+// The client's reaction to every message the server sends during the session. Reactions run to
+// completion (nested ones included, while the round's first page loads); a fault ends the
+// handling of its datagram and keeps what was already changed.
+class SessionDispatcher
+{
+public:
+    SessionDispatcher(Session& session, frmGame& game) : m_session(session), m_game(game) {}
+
+    void Handle(const QString& message);
+
+    // Longest wait for the round's first page before the round starts regardless.
+    static constexpr int kFirstPageWaitMs = 20000;
+    void SetFirstPageWaitMs(int ms) { m_firstPageWaitMs = ms; }
+
+private:
+    // Returns the reply to send, empty for none; throws Fault.
+    QString React(const QString& message, const QString& verb);
+    void StartGame(const QString& message);
+    void ShowWordChooser();
+
+    Session& m_session;
+    frmGame& m_game;
+    int m_firstPageWaitMs = kFirstPageWaitMs;
+};
+
+} // namespace linkhop

@@ -1,0 +1,147 @@
+#include "frmgame.h"
+
+#include "core/localport.h"
+#include "core/messages.h"
+#include "core/udpendpoint.h"
+#include "game/session.h"
+#include "panels/frmchat.h"
+#include "panels/frmscores.h"
+#include "panels/frmwinner.h"
+#include "platform/browser.h"
+#include "platform/twips.h"
+
+#include <QCloseEvent>
+#include <QScreen>
+
+using namespace Qt::Literals::StringLiterals;
+
+namespace linkhop {
+
+namespace {
+
+constexpr int kMargin = 8; // pixels around the browser inside the client area
+constexpr int kBottomStrip = Px(480);
+
+} // namespace
+
+frmGame::frmGame(Session& session) : QWidget(nullptr), m_session(session), m_dispatcher(session, *this)
+{
+    setObjectName(u"frmGame"_s);
+    setWindowTitle(u"Linkhop"_s);
+    setFont(ArialFont(8.25));
+
+    wbMain = m_session.CreateBrowser(this);
+    if (wbMain) {
+        wbMain->setObjectName(u"wbMain"_s);
+        wbMain->setGeometry(kMargin, kMargin, Px(2535), Px(2415));
+    }
+    wsGame = new UdpEndpoint(this);
+    wsGame->setObjectName(u"wsGame"_s);
+    connect(wsGame, &UdpEndpoint::DataArrival, this,
+            [this](const QString& text) { m_dispatcher.Handle(text); });
+
+    tmrGetScores = new QTimer(this);
+    tmrGetScores->setObjectName(u"tmrGetScores"_s);
+    tmrGetScores->setInterval(100);
+    connect(tmrGetScores, &QTimer::timeout, this, &frmGame::PollScore);
+    tmrPing = new QTimer(this);
+    tmrPing->setObjectName(u"tmrPing"_s);
+    tmrPing->setInterval(10000);
+    connect(tmrPing, &QTimer::timeout, this, [this] { SendData(msg::PingMe(m_session.LocalPort)); });
+
+    m_session.SetGame(this);
+    m_session.SetGameSender([this](const QString& text) { SendData(text); });
+
+    InitGame();
+    Place();
+    Disconnected = false;
+    ScoreIndex = 1;
+    tmrGetScores->start();
+    tmrPing->start();
+}
+
+frmGame::~frmGame()
+{
+    if (m_session.Game() == this) {
+        m_session.SetGame(nullptr);
+        m_session.SetGameSender({});
+    }
+}
+
+void frmGame::SendData(const QString& Text)
+{
+    wsGame->RemotePort = kServerPort;
+    wsGame->RemoteHost = m_session.ServerAddress;
+    wsGame->SendData(Text);
+}
+
+void frmGame::InitGame()
+{
+    wsGame->RemotePort = kServerPort;
+    wsGame->RemoteHost = m_session.ServerAddress;
+    // The port the lobby announced to the server; the handshake socket has let it go.
+    wsGame->Bind(m_session.LocalPort);
+    if (wbMain) wbMain->Navigate(m_session.Site().MainPage());
+    if (m_session.JoinInProgress) {
+        m_session.Chat().AddChat(msg::GameSpeaker.toString(), u"Game is in progress; joining..."_s);
+        SendData(msg::GetWords(m_session.PlayerName));
+        m_session.JoinInProgress = false;
+    }
+}
+
+void frmGame::Place()
+{
+    // The native window now, so that its frame is known when the outer size is set.
+    create();
+    const QRect screenArea = screen()->geometry();
+    const int scoresWidth = m_session.OpenScores() ? m_session.OpenScores()->frameGeometry().width() : 0;
+    SetOuterGeometry(*this, QRect(screenArea.left() + scoresWidth, screenArea.top(),
+                                  screenArea.width() - scoresWidth, screenArea.height() - kBottomStrip));
+}
+
+void frmGame::resizeEvent(QResizeEvent* event)
+{
+    QWidget::resizeEvent(event);
+    // Minimised or maximised, the browser keeps its size.
+    if (!wbMain || (windowState() & (Qt::WindowMinimized | Qt::WindowMaximized | Qt::WindowFullScreen))) return;
+    wbMain->resize(std::max(0, width() - 2 * kMargin), std::max(0, height() - 2 * kMargin));
+}
+
+void frmGame::PollScore()
+{
+    // The roster can shrink during the sweep: never read past its end.
+    if (ScoreIndex < 1 || ScoreIndex > m_session.PlayerCount()) {
+        tmrGetScores->stop();
+        return;
+    }
+    SendData(msg::GetScore(m_session.LocalPort, m_session.Player(ScoreIndex).Name));
+    if (ScoreIndex >= m_session.PlayerCount())
+        tmrGetScores->stop();
+    else
+        ++ScoreIndex;
+}
+
+void frmGame::closeEvent(QCloseEvent* event)
+{
+    event->accept();
+    if (frmChat* chat = m_session.OpenChat()) chat->UnloadNow();
+    if (frmScores* scores = m_session.OpenScores()) scores->UnloadNow();
+    if (frmWinner* chooser = m_session.OpenWinner()) chooser->UnloadNow();
+    if (!Disconnected) SendData(msg::Disconnect(m_session.PlayerName));
+    tmrGetScores->stop();
+    tmrPing->stop();
+    wsGame->Close();
+    m_session.EndProgram(0);
+}
+
+void OpenSessionWindows(Session& session, bool isHost, const QString& welcomeText)
+{
+    session.Chat().show();
+    session.Scores().show();
+    auto* game = new frmGame(session);
+    game->show();
+    if (isHost) session.Winner().show();
+    if (!welcomeText.isEmpty()) session.Chat().AddChat(msg::GameSpeaker.toString(), welcomeText);
+}
+
+} // namespace linkhop

@@ -1,0 +1,55 @@
+#pragma once
+
+#include "game/dispatcher.h"
+
+#include <QTimer>
+#include <QWidget>
+
+namespace linkhop {
+
+class Browser;
+class Session;
+class UdpEndpoint;
+
+// The window the game is played in: the encyclopedia in `wbMain`, the session socket `wsGame`
+// whose datagrams go to the dispatcher, the score poll and the ping. Closing it ends the session
+// and the program.
+class frmGame final : public QWidget
+{
+    Q_OBJECT
+    Q_DISABLE_COPY_MOVE(frmGame)
+
+public:
+    // Loads the window: InitGame, placement beside the scoreboard, fresh window variables.
+    explicit frmGame(Session& session);
+    ~frmGame() override;
+
+    void SendData(const QString& Text);
+    void InitGame();
+
+    Browser* wbMain = nullptr;
+    UdpEndpoint* wsGame = nullptr;
+    QTimer* tmrGetScores = nullptr;
+    QTimer* tmrPing = nullptr;
+
+    QString LastReported;
+    bool Disconnected = false;
+    qint32 ScoreIndex = 1;
+
+protected:
+    void resizeEvent(QResizeEvent* event) override;
+    void closeEvent(QCloseEvent* event) override;
+
+private:
+    void PollScore();
+    void Place();
+
+    Session& m_session;
+    SessionDispatcher m_dispatcher;
+};
+
+// The end of a successful handshake: the chat window, the scoreboard and the game window open in
+// that order (each placed by the one before), the word chooser for the host, then the welcome text.
+void OpenSessionWindows(Session& session, bool isHost, const QString& welcomeText);
+
+} // namespace linkhop
