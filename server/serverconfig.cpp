@@ -26,7 +26,8 @@ bool IsNumber(QStringView text)
     qsizetype i = 0;
     const auto digitsFrom = [&](qsizetype& at) {
         const qsizetype start = at;
-        while (at < text.size() && text[at].isDigit()) ++at;
+        while (at < text.size() && text[at].isDigit())
+            ++at;
         return at - start;
     };
     if (i < text.size() && (text[i] == u'+' || text[i] == u'-')) ++i;
@@ -48,9 +49,9 @@ bool IsNumber(QStringView text)
 
 bool IsForbiddenTitle(QStringView title)
 {
-    static constexpr QStringView kPrefixes[] = {u"List of",  u"Editing", u"Talk:",   u"Category:",
-                                                u"Wikipedia:", u"Help:", u"Special:", u"User:",
-                                                u"Portal:",  u"Search"};
+    static constexpr QStringView kPrefixes[] = {u"List of",    u"Editing", u"Talk:",    u"Category:",
+                                                u"Wikipedia:", u"Help:",   u"Special:", u"User:",
+                                                u"Portal:",    u"Search"};
     for (QStringView prefix : kPrefixes)
         if (title.startsWith(prefix)) return true;
     return title.endsWith(u" - History") || IsNumber(title);
@@ -58,12 +59,9 @@ bool IsForbiddenTitle(QStringView title)
 
 QStringList FallbackArticles()
 {
-    return {u"Albert Einstein"_s, u"Apple"_s,       u"Banana"_s,          u"Chess"_s,
-            u"Earth"_s,           u"Egypt"_s,       u"Elephant"_s,        u"France"_s,
-            u"Gold"_s,            u"Isaac Newton"_s, u"Jupiter"_s,        u"Leonardo da Vinci"_s,
-            u"Moon"_s,            u"Mount Everest"_s, u"Oxygen"_s,        u"Paris"_s,
-            u"Photosynthesis"_s,  u"Piano"_s,       u"Roman Empire"_s,    u"Telephone"_s,
-            u"Tiger"_s,           u"Tokyo"_s,       u"Volcano"_s,         u"William Shakespeare"_s};
+    return u"Albert Einstein|Apple|Banana|Chess|Earth|Egypt|Elephant|France|Gold|Isaac Newton|Jupiter|"
+           u"Leonardo da Vinci|Moon|Mount Everest|Oxygen|Paris|Photosynthesis|Piano|Roman Empire|Telephone|"
+           u"Tiger|Tokyo|Volcano|William Shakespeare"_s.split(u'|');
 }
 
 QStringList LoadArticles(const QString& fileName, QStringList* warnings)
@@ -147,7 +145,8 @@ ServerConfig LoadServerConfig(const QString& folder, QStringList* warnings)
     config.Password = CleanField(options.LoadOption(u"Password"_s));
     for (const QString& name : SplitServerList(options.LoadOption(u"BannedNames"_s)))
         if (!name.trimmed().isEmpty()) config.BannedNames.append(name.trimmed());
-    config.BannedSubnets = ParseBannedAddresses(SplitServerList(options.LoadOption(u"BannedIPs"_s)), warnings);
+    config.BannedSubnets =
+        ParseBannedAddresses(SplitServerList(options.LoadOption(u"BannedIPs"_s)), warnings);
     config.Articles = LoadArticles(QDir(folder).filePath(u"articles.txt"_s), warnings);
     return config;
 }

@@ -44,7 +44,8 @@ QStringList LoadArticles(const QString& fileName, QStringList* warnings = nullpt
 QStringList FallbackArticles();
 
 // "BannedIPs" entries: single addresses or subnets written address/prefix.
-QList<QPair<QHostAddress, int>> ParseBannedAddresses(const QStringList& entries, QStringList* warnings = nullptr);
+QList<QPair<QHostAddress, int>> ParseBannedAddresses(const QStringList& entries,
+                                                     QStringList* warnings = nullptr);
 
 // The welcome text with "%p" replaced by the number of players and "%v" by the server's version.
 QString ExpandWelcome(QStringView text, int players);

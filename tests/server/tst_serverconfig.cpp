@@ -36,9 +36,10 @@ private Q_SLOTS:
     {
         QTest::addColumn<QString>("title");
         QTest::addColumn<bool>("forbidden");
-        for (const char16_t* title : {u"List of rivers", u"Apple - History", u"Editing Apple", u"Talk:Apple",
-                                      u"Category:Fruit", u"Wikipedia:About", u"Help:Contents", u"Special:Random",
-                                      u"User:Ann", u"Portal:Science", u"Search engine", u"1984", u" -5 ", u"2.5"})
+        for (const char16_t* title :
+             {u"List of rivers", u"Apple - History", u"Editing Apple", u"Talk:Apple", u"Category:Fruit",
+              u"Wikipedia:About", u"Help:Contents", u"Special:Random", u"User:Ann", u"Portal:Science",
+              u"Search engine", u"1984", u" -5 ", u"2.5"})
             QTest::newRow(QStringView(title).toUtf8().constData()) << QStringView(title).toString() << true;
         for (const char16_t* title : {u"Apple", u"Lists of colours", u"list of rivers", u"User talk:Ann",
                                       u"1984 in film", u"History", u"K2", u"Talk"})
@@ -61,7 +62,8 @@ private Q_SLOTS:
         options.SaveOption(u"BannedIPs"_s, u"10.1.2.3,nonsense,192.168.0.0/16"_s);
         QFile articles(folder.filePath(u"articles.txt"_s));
         QVERIFY(articles.open(QIODevice::WriteOnly));
-        articles.write("Apple\n\n  S\xc3\xa3o Paulo  \nList of rivers\nA;B\nE=mc2\n\xe6\x9d\xb1\xe4\xba\xac\nBanana");
+        articles.write(
+            "Apple\n\n  S\xc3\xa3o Paulo  \nList of rivers\nA;B\nE=mc2\n\xe6\x9d\xb1\xe4\xba\xac\nBanana");
         articles.close();
 
         QStringList warnings;
