@@ -597,6 +597,9 @@ void Room::RefillBudget()
     const qint64 now = m_clock();
     // Room for a score and a ping to everyone, or a tenth of a second's worth, whichever is more.
     const double capacity = std::max(m_config.FanOutRate / 10, 2.0 * double(m_players.size()));
+    // What went out beyond the budget delays the merged updates, by a tenth of a second's worth at
+    // most: a burst of joins must not hold back the scores for long.
+    m_budget = std::max(m_budget, -capacity);
     m_budget = std::min(capacity, m_budget + double(std::max<qint64>(0, now - m_budgetMs)) *
                                                  m_config.FanOutRate / 1000);
     m_budgetMs = std::max(m_budgetMs, now);
@@ -604,13 +607,15 @@ void Room::RefillBudget()
 
 void Room::ScoreChanged(Player& player)
 {
+    // The player hears first: its own report is the one it waits for.
+    const QString score = ScoreOf(player);
+    SendTo(player, score);
     RefillBudget();
-    if (m_fanOut.empty() && m_budget >= double(m_players.size())) {
+    if (m_fanOut.empty() && m_budget >= double(m_players.size() - 1)) {
         player.ScoreDirty = false;
-        Broadcast(ScoreOf(player));
+        Broadcast(score, player.Id);
         return;
     }
-    SendTo(player, ScoreOf(player));
     if (!player.ScoreDirty && !player.PingDirty) m_fanOut.push_back(player.Id);
     player.ScoreDirty = true;
 }
@@ -618,13 +623,13 @@ void Room::ScoreChanged(Player& player)
 void Room::PingChanged(Player& player)
 {
     const QString ping = msg::PingIs(player.Name, player.Ping);
+    SendTo(player, ping);
     RefillBudget();
-    if (m_fanOut.empty() && m_budget >= double(m_players.size())) {
+    if (m_fanOut.empty() && m_budget >= double(m_players.size() - 1)) {
         player.PingDirty = false;
-        Broadcast(ping);
+        Broadcast(ping, player.Id);
         return;
     }
-    SendTo(player, ping);
     if (!player.ScoreDirty && !player.PingDirty) m_fanOut.push_back(player.Id);
     player.PingDirty = true;
 }
