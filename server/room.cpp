@@ -281,7 +281,7 @@ void Room::AddPlayer(const QString& name, const Endpoint& where)
     const Player& added = m_players[player.Id];
 
     if (m_players.size() == 1) {
-        NameChooser(added.Id);
+        m_chooser = added.Id;
         SendTo(added, msg::IsHost(name));
     }
     const QString welcome = ExpandWelcome(m_config.Welcome, int(m_players.size()));
@@ -325,7 +325,7 @@ void Room::RemovePlayer(quint64 id, Exit how)
     const bool chooserLeft = m_chooser == id;
     // The longest-present player takes over choosing. During a round that stays silent: the round
     // goes on, and its winner chooses anyway.
-    if (chooserLeft) NameChooser(m_players.firstKey());
+    if (chooserLeft) m_chooser = m_players.firstKey();
     if (m_roundRunning && !AnyoneRacing()) {
         EndRoundWithoutWinner();
     } else if (chooserLeft && !m_roundRunning) {
@@ -519,7 +519,7 @@ void Room::Win(Player& player)
     m_roundRunning = false;
     for (Player& p : m_players)
         p.Entered = p.Racing = false;
-    NameChooser(player.Id);
+    m_chooser = player.Id;
     m_pathFrom = player.Id;
 }
 
@@ -551,11 +551,6 @@ Player* Room::ChooserPlayer()
 {
     const auto it = m_players.find(m_chooser);
     return it == m_players.end() ? nullptr : &*it;
-}
-
-void Room::NameChooser(quint64 id)
-{
-    m_chooser = id;
 }
 
 QString Room::Chooser() const

@@ -146,7 +146,6 @@ private:
     void EndRoundWithoutWinner();
     bool AnyoneRacing() const;
     Player* ChooserPlayer();
-    void NameChooser(quint64 id);
 
     void SendTo(const Player& player, const QString& text);
     void Broadcast(const QString& text, quint64 except = 0);
@@ -177,7 +176,9 @@ private:
 
     bool m_roundRunning = false;
     QStringList m_words;
-    quint64 m_pathFrom = 0; // the winner whose route is still to come
+    // The winner whose route is still to come. If it never comes nothing is sent in its place: the
+    // winner's client opens its chooser on "WINNER" anyway, and the next round ends the wait.
+    quint64 m_pathFrom = 0;
 
     std::deque<quint64> m_fanOut; // players with updates the others have not seen
     double m_budget = 0;
