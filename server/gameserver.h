@@ -1,0 +1,54 @@
+#pragma once
+
+#include "core/localport.h"
+#include "core/udpendpoint.h"
+#include "room.h"
+
+#include <QObject>
+#include <QTimer>
+#include <atomic>
+
+namespace linkhop::server {
+
+// A room on a socket: binds the server port, feeds every datagram to the room, sends what it
+// says, and keeps its clock ticking.
+class GameServer final : public QObject, private RoomOutput
+{
+    Q_OBJECT
+    Q_DISABLE_COPY_MOVE(GameServer)
+
+public:
+    explicit GameServer(ServerConfig config, QObject* parent = nullptr);
+    ~GameServer() override;
+
+    // Binds `port` exclusively on `address`; false when another socket holds it.
+    bool Start(const QHostAddress& address = QHostAddress::AnyIPv4, quint16 port = kServerPort);
+    // Tells every player the server is going away ("DISCONNECT") and closes the socket.
+    void Shutdown();
+
+    Room& GameRoom() { return m_room; }
+    const Room& GameRoom() const { return m_room; }
+
+    quint64 DatagramsIn() const { return m_in.load(std::memory_order_relaxed); }
+    quint64 DatagramsOut() const { return m_out.load(std::memory_order_relaxed); }
+    quint64 SendFailures() const { return m_failures.load(std::memory_order_relaxed); }
+
+Q_SIGNALS:
+    void EventLogged(const QString& line);
+
+private:
+    void Send(const QString& text, const Endpoint& to) override;
+    void Event(const QString& line) override;
+    void Received(const QString& text, const QHostAddress& sender, quint16 port);
+
+    UdpEndpoint m_endpoint;
+    Room m_room;
+    QTimer m_housekeeping;
+    QTimer m_flush;
+    // Read by benchmarks from another thread.
+    std::atomic<quint64> m_in{0};
+    std::atomic<quint64> m_out{0};
+    std::atomic<quint64> m_failures{0};
+};
+
+} // namespace linkhop::server

@@ -1,0 +1,77 @@
+// LinkhopServer: the game server the client starts when a player hosts. Reads its settings from
+// the option files beside it, listens on UDP port 7200 and logs one line per event.
+#include "core/version.h"
+#include "server/gameserver.h"
+#include "server/serverconfig.h"
+#include "server/signalpipe.h"
+
+#include <QCommandLineParser>
+#include <QCoreApplication>
+#include <QDateTime>
+#include <cstdio>
+
+using namespace Qt::Literals::StringLiterals;
+using namespace linkhop;
+using namespace linkhop::server;
+
+namespace {
+
+void Print(FILE* stream, const QString& line)
+{
+    std::fputs(line.toLocal8Bit().append('\n').constData(), stream);
+    std::fflush(stream);
+}
+
+void Log(const QString& line)
+{
+    Print(stdout, QDateTime::currentDateTime().toString(u"yyyy-MM-dd hh:mm:ss.zzz") % u' ' % line);
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    QCoreApplication app(argc, argv);
+    QCoreApplication::setApplicationName(u"LinkhopServer"_s);
+    QCoreApplication::setApplicationVersion(ClientVersion.toString());
+
+    QCommandLineParser parser;
+    parser.setApplicationDescription(
+        u"The Linkhop game server: UDP port 7200, settings from the option files "
+        "in its own folder."_s);
+    parser.addHelpOption();
+    parser.addVersionOption();
+    const QCommandLineOption bindOption(u"bind"_s, u"Listen on ADDRESS only (default: every IPv4 address)."_s,
+                                        u"ADDRESS"_s);
+    parser.addOption(bindOption);
+    parser.process(app);
+
+    QHostAddress address(QHostAddress::AnyIPv4);
+    if (parser.isSet(bindOption) && !address.setAddress(parser.value(bindOption))) {
+        Print(stderr, u"LinkhopServer: \"%1\" is no IP address."_s.arg(parser.value(bindOption)));
+        return 2;
+    }
+
+    QStringList warnings;
+    const ServerConfig config = LoadServerConfig(QCoreApplication::applicationDirPath(), &warnings);
+    for (const QString& warning : warnings)
+        Print(stderr, u"LinkhopServer: warning: "_s + warning);
+
+    GameServer server(config);
+    QObject::connect(&server, &GameServer::EventLogged, &app, &Log);
+    SignalPipe signalPipe;
+    QObject::connect(&signalPipe, &SignalPipe::Received, &app, [&](int number) {
+        Log(u"signal %1: shutting down"_s.arg(number));
+        server.Shutdown();
+        QCoreApplication::quit();
+    });
+
+    const QString where = address.toString() % u':' % QString::number(kServerPort);
+    if (!server.Start(address, kServerPort)) {
+        Print(stderr, u"LinkhopServer: cannot listen on UDP %1: the port is in use by another program "
+                      "(another LinkhopServer?) or the address is not on this machine."_s.arg(where));
+        return 1;
+    }
+    Print(stdout, u"LinkhopServer ready on "_s + where);
+    return QCoreApplication::exec();
+}

@@ -1,0 +1,679 @@
+#include "room.h"
+
+#include "core/fault.h"
+#include "core/messages.h"
+#include "core/version.h"
+#include "core/wire.h"
+
+#include <QDateTime>
+#include <QElapsedTimer>
+#include <QLocale>
+#include <QSet>
+#include <algorithm>
+#include <limits>
+#include <memory>
+
+using namespace Qt::Literals::StringLiterals;
+
+namespace linkhop::server {
+
+namespace {
+
+// The words a client reports instead of a title for a page a round forbids.
+constexpr QStringView kForbiddenWords[] = {u"list",   u"history", u"edit",    u"talk", u"category",
+                                           u"wiki",   u"help",    u"special", u"user", u"portal",
+                                           u"search", u"number",  u"nowiki"};
+
+// Chat speakers the clients give a meaning of their own; no player may take these names.
+constexpr QStringView kReservedNames[] = {u"game", u"current time"};
+
+constexpr qsizetype kMaxWordLength = 255;
+constexpr qsizetype kMaxAwaitingPassword = 1024;
+constexpr qint64 kMaxPingMs = 60000;
+
+bool IsForbiddenWord(QStringView word)
+{
+    return std::find(std::begin(kForbiddenWords), std::end(kForbiddenWords), word) !=
+           std::end(kForbiddenWords);
+}
+
+// Titles name the same article when they differ only in letter case or "_" for a space.
+QString ArticleKey(QStringView title)
+{
+    QString key = title.trimmed().toString().toLower();
+    key.replace(u'_', u' ');
+    return key;
+}
+
+void Increment(qint32& value)
+{
+    if (value < std::numeric_limits<qint32>::max()) ++value;
+}
+
+quint16 PortNumber(QStringView text)
+{
+    const qint32 port = Number(text);
+    if (port < 1 || port > 65535) throw Fault{"not a port"};
+    return quint16(port);
+}
+
+// IPv4 senders seen through a dual-stack socket look like ::ffff:a.b.c.d; one form for both.
+QHostAddress Plain(const QHostAddress& address)
+{
+    bool isV4 = false;
+    const quint32 v4 = address.toIPv4Address(&isV4);
+    return isV4 && address.protocol() != QAbstractSocket::IPv4Protocol ? QHostAddress(v4) : address;
+}
+
+Room::Clock SteadyClock()
+{
+    auto timer = std::make_shared<QElapsedTimer>();
+    timer->start();
+    return [timer] { return timer->elapsed(); };
+}
+
+} // namespace
+
+QString Endpoint::ToString() const
+{
+    return Address.toString() % u':' % QString::number(Port);
+}
+
+size_t qHash(const Endpoint& endpoint, size_t seed) noexcept
+{
+    return qHashMulti(seed, endpoint.Address, endpoint.Port);
+}
+
+const Room::Route Room::kRoutes[] = {
+    {verb::CONNECT, &Room::OnConnect, false},
+    {verb::GETPLAYERLIST, &Room::OnGetPlayerList, false},
+    {verb::STATUS, &Room::OnStatus, false},
+    {verb::NAVIGATE, &Room::OnNavigate, true},
+    {verb::GETSCORE, &Room::OnGetScore, true},
+    {verb::PINGME, &Room::OnPingMe, true},
+    {verb::PONG, &Room::OnPong, true},
+    {verb::CHAT, &Room::OnChat, true},
+    {verb::GETWORDS, &Room::OnGetWords, true},
+    {verb::DISCONNECT, &Room::OnDisconnect, true},
+    {verb::SENDMYPATH, &Room::OnSendMyPath, true},
+    {verb::TIME, &Room::OnTime, true},
+    {verb::GETRANDOM, &Room::OnGetRandom, true},
+    {verb::SETWORDS, &Room::OnSetWords, true},
+};
+
+Room::Room(ServerConfig config, RoomOutput& output, Clock clock)
+    : m_config(std::move(config)), m_output(output), m_clock(clock ? std::move(clock) : SteadyClock()),
+      m_flood(m_config.FloodRate, m_config.FloodBurst)
+{
+    if (m_config.Articles.isEmpty()) m_config.Articles = FallbackArticles();
+    m_random.seed(m_config.Seed != 0 ? m_config.Seed : std::random_device{}());
+    m_budgetMs = m_clock();
+    m_budget = std::max(m_config.FanOutRate / 10, 1.0);
+}
+
+// --- entry points -------------------------------------------------------------------------------
+
+void Room::Handle(const QString& text, const QHostAddress& address, quint16 port)
+{
+    const qint64 now = m_clock();
+    const Endpoint from{Plain(address), port};
+    if (text.size() > m_config.MaxDatagram || !m_flood.Admit(from.Address, now)) {
+        ++m_dropped;
+        return;
+    }
+    Player* player = nullptr;
+    if (const auto it = m_byEndpoint.constFind(from); it != m_byEndpoint.cend()) {
+        player = &m_players[*it];
+        player->LastHeardMs = now; // any datagram at all shows the player is still there
+    }
+    const QString verb = Verb(text);
+    for (const Route& route : kRoutes) {
+        if (route.verb != verb) continue;
+        if (route.playersOnly && !player) break;
+        try {
+            (this->*route.handler)(Incoming{text, from, player});
+        } catch (const Fault&) {
+            ++m_dropped; // a malformed field ends the handling of this datagram
+        }
+        return;
+    }
+    ++m_dropped;
+}
+
+void Room::Tick()
+{
+    const qint64 now = m_clock();
+    m_pending.removeIf(
+        [&](const QHash<Endpoint, Pending>::iterator& it) { return now - it->sinceMs > m_config.PendingMs; });
+    m_awaitingPassword.removeIf([&](const QHash<Endpoint, AwaitingPassword>::iterator& it) {
+        return now - it->sinceMs > m_config.PasswordWaitMs;
+    });
+    QList<quint64> silent;
+    for (const Player& player : std::as_const(m_players))
+        if (now - player.LastHeardMs > m_config.SilenceMs) silent.append(player.Id);
+    for (quint64 id : silent)
+        if (m_players.contains(id)) RemovePlayer(id, Exit::Drop);
+    if (now - m_lastPruneMs > 10000) {
+        m_flood.Prune(now);
+        m_lastPruneMs = now;
+    }
+    FlushFanOut();
+}
+
+void Room::DisconnectAll()
+{
+    for (const Player& player : std::as_const(m_players))
+        SendTo(player, msg::Disconnected());
+    if (!m_players.isEmpty()) Log(u"shutdown: disconnected %1 players"_s.arg(m_players.size()));
+    m_players.clear();
+    m_byEndpoint.clear();
+    m_byName.clear();
+    m_pending.clear();
+    m_awaitingPassword.clear();
+    m_fanOut.clear();
+    m_chooser = 0;
+    m_pathFrom = 0;
+    m_roundRunning = false;
+    m_words.clear();
+}
+
+// --- handshake ----------------------------------------------------------------------------------
+
+void Room::OnConnect(const Incoming& in)
+{
+    // The first form announces the port for replies; the password form has none, so its replies
+    // go where the first form's went, which is also where this datagram came from.
+    Endpoint replyTo = in.from;
+    const QString portText = GetParam(in.text, u"PORT");
+    if (!portText.isEmpty()) {
+        replyTo.Port = PortNumber(portText);
+    } else if (in.text.contains(u"PORT=")) {
+        throw Fault{"empty PORT"};
+    } else if (const auto it = m_awaitingPassword.constFind(in.from); it != m_awaitingPassword.cend()) {
+        replyTo.Port = it->port;
+    }
+
+    const QString name = GetParam(in.text, u"NAME");
+    if (GetParam(in.text, u"VER") != ClientVersion) {
+        m_output.Send(msg::ConnectRejectVersion(ClientVersion), replyTo);
+        Log(u"refuse \"%1\" from %2: version \"%3\""_s.arg(name, replyTo.ToString(),
+                                                           GetParam(in.text, u"VER")));
+        return;
+    }
+    const bool badCharacters = std::any_of(name.cbegin(), name.cend(), [](QChar c) {
+        return c == u'=' || c.category() == QChar::Other_Control;
+    });
+    if (name.trimmed().isEmpty() || badCharacters || name.size() > m_config.MaxNameLength)
+        return Refuse(replyTo, name, u"-1", u"unusable name");
+    for (const auto& [subnet, prefix] : m_config.BannedSubnets)
+        if (replyTo.Address.isInSubnet(subnet, prefix))
+            return Refuse(replyTo, name, u"-21", u"address banned");
+    const QString lower = name.toLower();
+    const bool banned =
+        std::any_of(m_config.BannedNames.cbegin(), m_config.BannedNames.cend(),
+                    [&](const QString& b) { return b.toLower() == lower; }) ||
+        std::find(std::begin(kReservedNames), std::end(kReservedNames), lower) != std::end(kReservedNames);
+    if (banned) return Refuse(replyTo, name, u"-11", u"name banned");
+    if (m_byEndpoint.contains(replyTo))
+        return Refuse(replyTo, name, u"-20", u"address and port already playing");
+    if (NameTaken(name, replyTo)) return Refuse(replyTo, name, u"-10", u"name in use");
+
+    const QString password = GetParam(in.text, u"PWD");
+    if (!m_config.Password.isEmpty()) {
+        if (password.isEmpty()) {
+            if (m_awaitingPassword.size() >= kMaxAwaitingPassword && !m_awaitingPassword.contains(in.from))
+                return Refuse(replyTo, name, u"-1", u"too many password prompts open");
+            m_awaitingPassword.insert(in.from, AwaitingPassword{replyTo.Port, m_clock()});
+            m_output.Send(msg::NeedPassword(), replyTo);
+            return;
+        }
+        if (password != m_config.Password) return Refuse(replyTo, name, u"-100", u"wrong password");
+    }
+    const bool full = m_players.size() + m_pending.size() >= m_config.MaxPlayers ||
+                      (m_pending.size() >= m_config.MaxPending && !m_pending.contains(replyTo));
+    if (full) return Refuse(replyTo, name, u"-1", u"server full");
+
+    m_awaitingPassword.remove(in.from);
+    m_pending.insert(replyTo, Pending{name, m_clock()});
+    m_output.Send(msg::ConnectAccept(m_roundRunning), replyTo);
+}
+
+void Room::Refuse(const Endpoint& to, const QString& name, QStringView code, QStringView why)
+{
+    m_output.Send(msg::ConnectRejectError(code), to);
+    Log(u"refuse \"%1\" from %2: %3 (%4)"_s.arg(name, to.ToString(), why, code));
+}
+
+bool Room::NameTaken(const QString& name, const Endpoint& except) const
+{
+    const QString lower = name.toLower();
+    if (m_byName.contains(lower)) return true;
+    for (auto it = m_pending.cbegin(); it != m_pending.cend(); ++it)
+        if (!(it.key() == except) && it->name.toLower() == lower) return true;
+    return false;
+}
+
+void Room::OnGetPlayerList(const Incoming& in)
+{
+    Endpoint where = in.from;
+    const QString portText = GetParam(in.text, u"PORT");
+    if (!portText.isEmpty()) where.Port = PortNumber(portText);
+    const auto it = m_pending.constFind(where);
+    if (it == m_pending.cend()) return;
+    const QString name = it->name;
+    m_pending.erase(it);
+    if (m_byEndpoint.contains(where) || m_byName.contains(name.toLower())) return;
+    AddPlayer(name, where);
+}
+
+void Room::AddPlayer(const QString& name, const Endpoint& where)
+{
+    Player player;
+    player.Id = m_nextId++;
+    player.Name = name;
+    player.Where = where;
+    player.LastHeardMs = m_clock();
+    // A player arriving during a round is out of it until asking for its words.
+    player.InGame = !m_roundRunning;
+    m_players.insert(player.Id, player);
+    m_byEndpoint.insert(where, player.Id);
+    m_byName.insert(name.toLower(), player.Id);
+    const Player& added = m_players[player.Id];
+
+    if (m_players.size() == 1) {
+        m_chooser = added.Id;
+        SendTo(added, msg::IsHost(name));
+    }
+    const QString welcome = ExpandWelcome(m_config.Welcome, int(m_players.size()));
+    if (!welcome.isEmpty()) SendTo(added, msg::Message(welcome));
+    QStringList names;
+    names.reserve(m_players.size());
+    for (const Player& p : std::as_const(m_players))
+        names.append(p.Name);
+    SendTo(added, msg::PlayerList(names));
+    Broadcast(msg::Join(name), added.Id);
+    Log(u"join \"%1\" from %2 (%3 players)"_s.arg(name, where.ToString()).arg(m_players.size()));
+}
+
+// --- leaving ------------------------------------------------------------------------------------
+
+void Room::OnDisconnect(const Incoming& in)
+{
+    if (FromNamed(in)) RemovePlayer(in.player->Id, Exit::Leave);
+}
+
+void Room::RemovePlayer(quint64 id, Exit how)
+{
+    const auto it = m_players.find(id);
+    if (it == m_players.end()) return;
+    const QString name = it->Name;
+    m_byEndpoint.remove(it->Where);
+    m_byName.remove(name.toLower());
+    m_players.erase(it);
+    Broadcast(how == Exit::Leave ? msg::Leave(name) : msg::Drop(name));
+    Log(u"%1 \"%2\" (%3 players)"_s.arg(how == Exit::Leave ? u"leave"_s : u"drop"_s, name)
+            .arg(m_players.size()));
+
+    if (m_pathFrom == id) m_pathFrom = 0;
+    if (m_players.isEmpty()) {
+        m_chooser = 0;
+        m_roundRunning = false;
+        m_words.clear();
+        m_fanOut.clear();
+        return;
+    }
+    const bool chooserLeft = m_chooser == id;
+    // The longest-present player takes over choosing. During a round that stays silent: the round
+    // goes on, and its winner chooses anyway.
+    if (chooserLeft) m_chooser = m_players.firstKey();
+    if (m_roundRunning && !AnyoneRacing()) {
+        EndRoundWithoutWinner();
+    } else if (chooserLeft && !m_roundRunning) {
+        Broadcast(msg::NewGame(ChooserPlayer()->Name));
+        Log(u"chooser \"%1\" (the previous chooser left)"_s.arg(ChooserPlayer()->Name));
+    }
+}
+
+// --- the session --------------------------------------------------------------------------------
+
+bool Room::FromNamed(const Incoming& in)
+{
+    return in.player && GetParam(in.text, u"NAME") == in.player->Name;
+}
+
+void Room::OnGetScore(const Incoming& in)
+{
+    const Player* about = FindPlayer(GetParam(in.text, u"NAME"));
+    if (about) SendTo(*in.player, ScoreOf(*about));
+}
+
+void Room::OnPingMe(const Incoming& in)
+{
+    // The body is the client's port; the reply goes to the player's known endpoint all the same.
+    if (in.text.size() <= verb::PINGME.size() + 1) throw Fault{"no port"};
+    PortNumber(QStringView(in.text).sliced(verb::PINGME.size() + 1));
+    SendTo(*in.player, msg::Ping(QString::number(m_clock())));
+}
+
+void Room::OnPong(const Incoming& in)
+{
+    if (!FromNamed(in)) return;
+    bool ok = false;
+    const qint64 sent = GetParam(in.text, u"TIME").toLongLong(&ok);
+    if (!ok) throw Fault{"TIME is no stamp"};
+    const qint64 roundTrip = m_clock() - sent;
+    if (roundTrip < 0 || roundTrip > kMaxPingMs) return; // not a stamp of ours
+    in.player->Ping = qint32(roundTrip);
+    PingChanged(*in.player);
+}
+
+void Room::OnChat(const Incoming& in)
+{
+    if (!in.text.contains(u"TEXT=")) return;
+    Player& speaker = *in.player;
+    const QString name = GetParam(in.text, u"NAME");
+    const QString text = ChatText(in.text);
+    if (name == speaker.Name) {
+        Broadcast(msg::Chat(speaker.Name, text));
+        return;
+    }
+    // The one game notice a player may send: its own disqualification, once. The page it names is
+    // the one the client showed at that moment, which may already be a later forbidden page.
+    if (name != msg::GameSpeaker || speaker.NoticeFor.isEmpty()) return;
+    QString notice;
+    for (QStringView page : kForbiddenWords) {
+        const QString candidate = msg::DisqualifiedNotice(speaker.Name, page);
+        if (ChatText(candidate) == text) notice = candidate;
+    }
+    if (const QString own = msg::DisqualifiedNotice(speaker.Name, speaker.NoticeFor); ChatText(own) == text)
+        notice = own;
+    if (notice.isEmpty()) return;
+    speaker.NoticeFor.clear();
+    Broadcast(notice);
+}
+
+void Room::OnTime(const Incoming& in)
+{
+    const QDateTime now = QDateTime::currentDateTime();
+    const QLocale c = QLocale::c();
+    SendTo(*in.player,
+           msg::TimeIs(c.toString(now.time(), u"hh:mm:ss"), c.toString(now.date(), u"dddd, MMMM d, yyyy")));
+}
+
+void Room::OnGetRandom(const Incoming& in)
+{
+    // Only the chooser, between rounds, has a use for random words; the others get nothing.
+    if (in.player->Id != m_chooser || m_roundRunning) return;
+    const qint32 source = Number(GetParam(in.text, u"SRC"));
+    if (source != 1 && source != 2) return;
+    std::uniform_int_distribution<qsizetype> pick(0, m_config.Articles.size() - 1);
+    SendTo(*in.player, msg::SetRandom(m_config.Articles[pick(m_random)], source));
+}
+
+void Room::OnStatus(const Incoming& in)
+{
+    const Endpoint replyTo{in.from.Address, PortNumber(GetParam(in.text, u"PORT"))};
+    m_output.Send(msg::StatusReply(GetParam(in.text, u"SERVER"), QString::number(m_players.size())), replyTo);
+}
+
+// --- rounds -------------------------------------------------------------------------------------
+
+void Room::OnSetWords(const Incoming& in)
+{
+    Player& chooser = *in.player;
+    if (chooser.Id != m_chooser || m_roundRunning) return;
+    if (Number(GetParam(in.text, u"COUNT")) != 1) return;
+    const QString initial = GetParam(in.text, u"WORD0").trimmed();
+    const QString destination = GetParam(in.text, u"WORD1").trimmed();
+
+    QString why;
+    if (initial.isEmpty() || destination.isEmpty()) {
+        why = u"Both an initial and a destination article are needed."_s;
+    } else if (ArticleKey(initial) == ArticleKey(destination)) {
+        why = u"The initial and the destination article must differ."_s;
+    } else if (initial.size() > kMaxWordLength || destination.size() > kMaxWordLength) {
+        why = u"Article titles are at most %1 characters long."_s.arg(kMaxWordLength);
+    } else if (IsForbiddenTitle(initial) || IsForbiddenTitle(destination)) {
+        why =
+            u"\"%1\" is a page no round may visit."_s.arg(IsForbiddenTitle(initial) ? initial : destination);
+    } else if (initial.contains(u'=') || destination.contains(u'=')) {
+        // A word holding "=" could hold another word's key, and the players would read other words.
+        why = u"Titles with \"=\" cannot be sent to the players."_s;
+    }
+    if (!why.isEmpty()) {
+        SendTo(chooser, msg::Chat(msg::GameSpeaker, why));
+        SendTo(chooser, msg::NewGame(chooser.Name));
+        Log(u"words refused from \"%1\": %2"_s.arg(chooser.Name, why));
+        return;
+    }
+    StartRound(initial, destination);
+}
+
+void Room::StartRound(const QString& initial, const QString& destination)
+{
+    m_roundRunning = true;
+    m_words = {initial, destination};
+    m_pathFrom = 0;
+    for (Player& player : m_players) {
+        player.RoundClicks = 0;
+        player.InGame = true;
+        player.Entered = true;
+        player.Racing = true;
+        player.NoticeFor.clear();
+    }
+    Broadcast(msg::StartGame(m_words));
+    Log(u"round start \"%1\" -> \"%2\", chosen by \"%3\", %4 players"_s
+            .arg(initial, destination, ChooserPlayer()->Name)
+            .arg(m_players.size()));
+}
+
+void Room::OnGetWords(const Incoming& in)
+{
+    // A player that arrived during the round joins it, once.
+    Player& player = *in.player;
+    if (!FromNamed(in) || !m_roundRunning || player.Entered) return;
+    player.Entered = true;
+    player.Racing = true;
+    player.InGame = true;
+    player.RoundClicks = 0;
+    SendTo(player, msg::StartGame(m_words));
+    ScoreChanged(player);
+}
+
+void Room::OnNavigate(const Incoming& in)
+{
+    Player& player = *in.player;
+    if (!FromNamed(in) || !m_roundRunning || !player.Racing) return;
+    const QString page = GetParam(in.text, u"URL");
+    if (page.isEmpty()) return;
+    if (IsForbiddenWord(page)) return Disqualify(player, page);
+    Increment(player.Clicks);
+    Increment(player.RoundClicks);
+    if (ArticleKey(page) == ArticleKey(m_words.at(1))) return Win(player);
+    ScoreChanged(player);
+}
+
+void Room::Disqualify(Player& player, const QString& page)
+{
+    player.Racing = false;
+    player.InGame = false;
+    player.NoticeFor = page;
+    player.ScoreDirty = false;
+    SendTo(player, msg::Disqualify());
+    Broadcast(ScoreOf(player));
+    Log(u"disqualify \"%1\" for \"%2\""_s.arg(player.Name, page));
+    if (!AnyoneRacing()) EndRoundWithoutWinner();
+}
+
+void Room::Win(Player& player)
+{
+    Increment(player.Wins);
+    player.ScoreDirty = false;
+    const QString score = ScoreOf(player);
+    // The last score first: each client shows the winner's clicks from it. Each client then adds
+    // the win to its own board on "WINNER", so the same score once more puts every board right.
+    Broadcast(score);
+    Broadcast(msg::Winner(player.Name));
+    Broadcast(score);
+    Log(u"winner \"%1\" in %2 clicks"_s.arg(player.Name).arg(player.RoundClicks));
+    m_roundRunning = false;
+    for (Player& p : m_players)
+        p.Entered = p.Racing = false;
+    m_chooser = player.Id;
+    m_pathFrom = player.Id;
+}
+
+void Room::OnSendMyPath(const Incoming& in)
+{
+    if (!FromNamed(in) || in.player->Id != m_pathFrom) return;
+    if (!in.text.contains(u"PATH=")) return;
+    m_pathFrom = 0;
+    Broadcast(msg::PathIs(GetParam(in.text, u"PATH"), ChooserPlayer()->Name));
+}
+
+void Room::EndRoundWithoutWinner()
+{
+    // Nobody reached the destination: whoever chose these words chooses again.
+    m_roundRunning = false;
+    for (Player& p : m_players)
+        p.Entered = p.Racing = false;
+    Player* chooser = ChooserPlayer();
+    Broadcast(msg::NewGame(chooser->Name));
+    Log(u"round over without a winner; \"%1\" chooses again"_s.arg(chooser->Name));
+}
+
+bool Room::AnyoneRacing() const
+{
+    return std::any_of(m_players.cbegin(), m_players.cend(), [](const Player& p) { return p.Racing; });
+}
+
+Player* Room::ChooserPlayer()
+{
+    const auto it = m_players.find(m_chooser);
+    return it == m_players.end() ? nullptr : &*it;
+}
+
+QString Room::Chooser() const
+{
+    const auto it = m_players.constFind(m_chooser);
+    return it == m_players.cend() ? QString() : it->Name;
+}
+
+const Player* Room::FindPlayer(QStringView name) const
+{
+    const auto it = m_byName.constFind(name.toString().toLower());
+    return it == m_byName.cend() ? nullptr : &*m_players.constFind(*it);
+}
+
+// --- sending ------------------------------------------------------------------------------------
+
+QString Room::ScoreOf(const Player& p) const
+{
+    return msg::ScoreIs(p.Name, p.Wins, p.Clicks, p.RoundClicks, p.InGame);
+}
+
+void Room::SendTo(const Player& player, const QString& text)
+{
+    m_output.Send(text, player.Where);
+}
+
+void Room::Broadcast(const QString& text, quint64 except)
+{
+    RefillBudget();
+    for (const Player& player : std::as_const(m_players)) {
+        if (player.Id == except) continue;
+        m_output.Send(text, player.Where);
+        m_budget -= 1;
+    }
+}
+
+void Room::RefillBudget()
+{
+    const qint64 now = m_clock();
+    // Room for a score and a ping to everyone, or a tenth of a second's worth, whichever is more.
+    const double capacity = std::max(m_config.FanOutRate / 10, 2.0 * double(m_players.size()));
+    // What went out beyond the budget delays the merged updates, by a tenth of a second's worth at
+    // most: a burst of joins must not hold back the scores for long.
+    m_budget = std::max(m_budget, -capacity);
+    m_budget = std::min(capacity, m_budget + double(std::max<qint64>(0, now - m_budgetMs)) *
+                                                 m_config.FanOutRate / 1000);
+    m_budgetMs = std::max(m_budgetMs, now);
+}
+
+void Room::ScoreChanged(Player& player)
+{
+    // The player hears first: its own report is the one it waits for.
+    const QString score = ScoreOf(player);
+    SendTo(player, score);
+    RefillBudget();
+    if (m_fanOut.empty() && m_budget >= double(m_players.size() - 1)) {
+        player.ScoreDirty = false;
+        Broadcast(score, player.Id);
+        return;
+    }
+    if (!player.ScoreDirty && !player.PingDirty) m_fanOut.push_back(player.Id);
+    player.ScoreDirty = true;
+}
+
+void Room::PingChanged(Player& player)
+{
+    const QString ping = msg::PingIs(player.Name, player.Ping);
+    SendTo(player, ping);
+    RefillBudget();
+    if (m_fanOut.empty() && m_budget >= double(m_players.size() - 1)) {
+        player.PingDirty = false;
+        Broadcast(ping, player.Id);
+        return;
+    }
+    if (!player.ScoreDirty && !player.PingDirty) m_fanOut.push_back(player.Id);
+    player.PingDirty = true;
+}
+
+void Room::FlushFanOut()
+{
+    RefillBudget();
+    while (!m_fanOut.empty()) {
+        const auto it = m_players.find(m_fanOut.front());
+        if (it == m_players.end() || (!it->ScoreDirty && !it->PingDirty)) {
+            m_fanOut.pop_front();
+            continue;
+        }
+        const double cost = double(m_players.size() - 1) * (int(it->ScoreDirty) + int(it->PingDirty));
+        if (m_budget < cost) return;
+        m_fanOut.pop_front();
+        // The player itself was told at once; the merged update goes to the others.
+        if (it->ScoreDirty) Broadcast(ScoreOf(*it), it->Id);
+        if (it->PingDirty) Broadcast(msg::PingIs(it->Name, it->Ping), it->Id);
+        it->ScoreDirty = it->PingDirty = false;
+    }
+}
+
+// --- checks -------------------------------------------------------------------------------------
+
+QString Room::CheckInvariants() const
+{
+    QSet<QString> names;
+    for (const Player& p : m_players) {
+        const QString lower = p.Name.toLower();
+        if (names.contains(lower)) return u"two players named \"%1\""_s.arg(p.Name);
+        names.insert(lower);
+        if (m_byName.value(lower) != p.Id) return u"name index lost \"%1\""_s.arg(p.Name);
+        if (m_byEndpoint.value(p.Where) != p.Id) return u"endpoint index lost \"%1\""_s.arg(p.Name);
+        if (p.Wins < 0 || p.Clicks < 0 || p.RoundClicks < 0 || p.Ping < 0)
+            return u"negative score for \"%1\""_s.arg(p.Name);
+        if (p.Racing && (!p.Entered || !m_roundRunning))
+            return u"\"%1\" racing outside a round"_s.arg(p.Name);
+        if (m_pending.contains(p.Where)) return u"\"%1\" both playing and pending"_s.arg(p.Name);
+    }
+    if (m_byName.size() != m_players.size() || m_byEndpoint.size() != m_players.size())
+        return u"index sizes"_s;
+    if (m_players.isEmpty() != (m_chooser == 0))
+        return u"chooser without players or players without chooser"_s;
+    if (m_chooser != 0 && !m_players.contains(m_chooser)) return u"chooser is no player"_s;
+    if (m_pathFrom != 0 && !m_players.contains(m_pathFrom)) return u"route awaited from no player"_s;
+    if (m_roundRunning && m_words.size() != 2) return u"round without words"_s;
+    if (m_players.isEmpty() && m_roundRunning) return u"round in an empty room"_s;
+    return {};
+}
+
+} // namespace linkhop::server

@@ -1,0 +1,191 @@
+#pragma once
+
+#include "floodgate.h"
+#include "serverconfig.h"
+
+#include <QHash>
+#include <QHostAddress>
+#include <QMap>
+#include <QString>
+#include <QStringList>
+#include <QStringView>
+#include <deque>
+#include <functional>
+#include <random>
+
+namespace linkhop::server {
+
+// Where a client listens: the address a datagram came from and the port it announced.
+struct Endpoint
+{
+    QHostAddress Address;
+    quint16 Port = 0;
+
+    friend bool operator==(const Endpoint& a, const Endpoint& b)
+    {
+        return a.Port == b.Port && a.Address == b.Address;
+    }
+    QString ToString() const;
+};
+size_t qHash(const Endpoint& endpoint, size_t seed = 0) noexcept;
+
+// Where a room's datagrams and its log of events go.
+class RoomOutput
+{
+public:
+    virtual ~RoomOutput() = default;
+    virtual void Send(const QString& text, const Endpoint& to) = 0;
+    virtual void Event(const QString& line) = 0;
+};
+
+struct Player
+{
+    quint64 Id = 0; // order of arrival
+    QString Name;
+    Endpoint Where;
+    qint32 Wins = 0;
+    qint32 Clicks = 0;
+    qint32 RoundClicks = 0;
+    qint32 Ping = 0;
+    bool InGame = true;   // as "SCOREIS" reports it
+    bool Entered = false; // takes part in the running round, from its start or through "GETWORDS"
+    bool Racing = false;  // entered and not disqualified
+    QString NoticeFor;    // the page of a disqualification whose game notice is still to come
+    qint64 LastHeardMs = 0;
+    bool ScoreDirty = false; // the others have not yet been told this player's score
+    bool PingDirty = false;  // nor this player's ping
+};
+
+// One game server's state and rules: datagrams in (text, sender address, sender port), datagrams
+// and event lines out through a RoomOutput. No sockets and no timers of its own: the owner calls
+// Tick() now and then, and the clock is injectable, so tests and the fuzzer drive it directly.
+class Room final
+{
+    Q_DISABLE_COPY_MOVE(Room)
+
+public:
+    using Clock = std::function<qint64()>; // milliseconds, never going back
+
+    Room(ServerConfig config, RoomOutput& output, Clock clock = {});
+
+    void Handle(const QString& text, const QHostAddress& from, quint16 port);
+    // Expires connections that never completed, drops silent players, sends merged updates.
+    void Tick();
+    bool HasPendingFanOut() const { return !m_fanOut.empty(); }
+    // Tells every player the server is going away and empties the room.
+    void DisconnectAll();
+
+    const QMap<quint64, Player>& Players() const { return m_players; }
+    const Player* FindPlayer(QStringView name) const; // ignoring letter case
+    QString Chooser() const;
+    bool RoundRunning() const { return m_roundRunning; }
+    const QStringList& Words() const { return m_words; }
+    qsizetype PendingCount() const { return m_pending.size(); }
+    quint64 Dropped() const { return m_dropped; }
+    const ServerConfig& Config() const { return m_config; }
+
+    // Empty while the room is consistent; otherwise what is wrong.
+    QString CheckInvariants() const;
+
+private:
+    struct Incoming
+    {
+        const QString& text;
+        Endpoint from;  // the datagram's source address and port
+        Player* player; // the player speaking from there, if any
+    };
+    using Handler = void (Room::*)(const Incoming&);
+    struct Route
+    {
+        QStringView verb;
+        Handler handler;
+        bool playersOnly;
+    };
+    static const Route kRoutes[];
+
+    struct Pending
+    {
+        QString name;
+        qint64 sinceMs;
+    };
+    struct AwaitingPassword
+    {
+        quint16 port;
+        qint64 sinceMs;
+    };
+    enum class Exit
+    {
+        Leave,
+        Drop
+    };
+
+    void OnConnect(const Incoming& in);
+    void OnGetPlayerList(const Incoming& in);
+    void OnGetWords(const Incoming& in);
+    void OnDisconnect(const Incoming& in);
+    void OnGetScore(const Incoming& in);
+    void OnPingMe(const Incoming& in);
+    void OnPong(const Incoming& in);
+    void OnNavigate(const Incoming& in);
+    void OnSendMyPath(const Incoming& in);
+    void OnChat(const Incoming& in);
+    void OnTime(const Incoming& in);
+    void OnGetRandom(const Incoming& in);
+    void OnSetWords(const Incoming& in);
+    void OnStatus(const Incoming& in);
+
+    // Whether the message's NAME is the sender's own.
+    static bool FromNamed(const Incoming& in);
+    void Refuse(const Endpoint& to, const QString& name, QStringView code, QStringView why);
+    bool NameTaken(const QString& name, const Endpoint& except) const;
+    void AddPlayer(const QString& name, const Endpoint& where);
+    void RemovePlayer(quint64 id, Exit how);
+    void StartRound(const QString& initial, const QString& destination);
+    void Disqualify(Player& player, const QString& page);
+    void Win(Player& player);
+    void EndRoundWithoutWinner();
+    bool AnyoneRacing() const;
+    Player* ChooserPlayer();
+
+    void SendTo(const Player& player, const QString& text);
+    void Broadcast(const QString& text, quint64 except = 0);
+    void RefillBudget();
+    // Tells everyone a player's score (or ping), at once while the budget allows, else the player
+    // at once and the others when the merged update's turn comes.
+    void ScoreChanged(Player& player);
+    void PingChanged(Player& player);
+    void FlushFanOut();
+    QString ScoreOf(const Player& player) const;
+
+    void Log(const QString& line) { m_output.Event(line); }
+
+    ServerConfig m_config;
+    RoomOutput& m_output;
+    Clock m_clock;
+    FloodGate m_flood;
+    std::mt19937 m_random;
+
+    QMap<quint64, Player> m_players; // by id, so in order of arrival
+    QHash<Endpoint, quint64> m_byEndpoint;
+    QHash<QString, quint64> m_byName; // lower-case name
+    quint64 m_nextId = 1;
+    quint64 m_chooser = 0;
+
+    QHash<Endpoint, Pending> m_pending; // accepted, waiting for "GETPLAYERLIST"; keyed by reply endpoint
+    QHash<Endpoint, AwaitingPassword> m_awaitingPassword; // keyed by datagram source
+
+    bool m_roundRunning = false;
+    QStringList m_words;
+    // The winner whose route is still to come. If it never comes nothing is sent in its place: the
+    // winner's client opens its chooser on "WINNER" anyway, and the next round ends the wait.
+    quint64 m_pathFrom = 0;
+
+    std::deque<quint64> m_fanOut; // players with updates the others have not seen
+    double m_budget = 0;
+    qint64 m_budgetMs = 0;
+
+    quint64 m_dropped = 0;
+    qint64 m_lastPruneMs = 0;
+};
+
+} // namespace linkhop::server

@@ -1,0 +1,57 @@
+#pragma once
+
+#include <QHostAddress>
+#include <QList>
+#include <QPair>
+#include <QString>
+#include <QStringList>
+#include <QStringView>
+
+namespace linkhop::server {
+
+// Everything a room needs to know before its first datagram: the host's settings from the option
+// files beside the program, the article list, and the limits that tests shorten.
+struct ServerConfig
+{
+    QString Welcome;  // "%p" and "%v" are expanded when a player joins
+    QString Password; // empty: a public server
+    QStringList BannedNames;
+    QList<QPair<QHostAddress, int>> BannedSubnets;
+    QStringList Articles;
+
+    qint64 SilenceMs = 35000;       // a player heard from for this long is dropped
+    qint64 PendingMs = 10000;       // an accepted connection that never asks for the players expires
+    qint64 PasswordWaitMs = 120000; // how long the port of a "NEEDPWD" answer is remembered
+    int MaxDatagram = 4096;
+    int MaxPlayers = 1000;
+    int MaxPending = 64;
+    int MaxNameLength = 64;
+    double FloodRate = 200;  // datagrams per second per sender address
+    double FloodBurst = 200; // datagrams one address may send at once
+    // Score and ping updates about one player to the others are sent at once while the room stays
+    // under this many datagrams per second; above it they are merged and sent as budget allows.
+    double FanOutRate = 20000;
+    quint32 Seed = 0; // 0: seeded from the system's entropy
+};
+
+// Reads "Welcome", "Password", "BannedNames", "BannedIPs" and the article list from `folder`.
+// Every problem worth telling the host about is added to `warnings`.
+ServerConfig LoadServerConfig(const QString& folder, QStringList* warnings = nullptr);
+
+// One article title per line; blank lines and titles a client could not report are left out.
+// A missing file yields the built-in list and a warning.
+QStringList LoadArticles(const QString& fileName, QStringList* warnings = nullptr);
+QStringList FallbackArticles();
+
+// "BannedIPs" entries: single addresses or subnets written address/prefix.
+QList<QPair<QHostAddress, int>> ParseBannedAddresses(const QStringList& entries,
+                                                     QStringList* warnings = nullptr);
+
+// The welcome text with "%p" replaced by the number of players and "%v" by the server's version.
+QString ExpandWelcome(QStringView text, int players);
+
+// Whether a client would report a page of this title as forbidden: such a word can never be reached
+// in a round. Mirrors the client's page rules (prefixes, " - History", a bare number).
+bool IsForbiddenTitle(QStringView title);
+
+} // namespace linkhop::server
