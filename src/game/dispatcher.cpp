@@ -50,6 +50,8 @@ QString SessionDispatcher::React(const QString& message, const QString& verb)
     if (verb == verb::PING) return msg::Pong(s.PlayerName, param(u"TIME"));
 
     if (verb == verb::DISCONNECT) {
+        if (m_disconnecting) return {};
+        m_disconnecting = true;
         s.prompts().MessageBox(u"You have been disconnected from the game."_s, Icon::Information);
         if (s.Ended()) return {};
         m_game.Disconnected = true;
@@ -180,8 +182,12 @@ void SessionDispatcher::StartGame(const QString& message)
 
     // Other datagrams, timer ticks and the browser's notifications run meanwhile, to completion.
     QPointer<Browser> browser = m_game.wbMain;
-    LetEventsRun();
-    LetEventsRunUntil([&] { return s.Ended() || !browser || !browser->Busy(); }, m_firstPageWaitMs);
+    if (m_waitDepth < kMaxNestedWaits) {
+        ++m_waitDepth;
+        LetEventsRun();
+        LetEventsRunUntil([&] { return s.Ended() || !browser || !browser->Busy(); }, m_firstPageWaitMs);
+        --m_waitDepth;
+    }
     if (s.Ended()) return;
 
     for (qint32 i = 1; i <= s.PlayerCount(); ++i) {

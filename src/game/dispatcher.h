@@ -19,6 +19,9 @@ public:
 
     // Longest wait for the round's first page before the round starts regardless.
     static constexpr int kFirstPageWaitMs = 20000;
+    // A round announced while another announcement waits for its page starts without waiting
+    // once this many waits are running.
+    static constexpr int kMaxNestedWaits = 4;
     void SetFirstPageWaitMs(int ms) { m_firstPageWaitMs = ms; }
 
 private:
@@ -30,6 +33,10 @@ private:
     Session& m_session;
     frmGame& m_game;
     int m_firstPageWaitMs = kFirstPageWaitMs;
+    // Waits running inside one another, and whether the disconnection notice is showing: a
+    // server repeating itself must not stack waits or message boxes without end.
+    int m_waitDepth = 0;
+    bool m_disconnecting = false;
 };
 
 } // namespace linkhop
