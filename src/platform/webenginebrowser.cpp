@@ -2,6 +2,8 @@
 
 #include "classictitle.h"
 
+#include <QPointer>
+#include <QTimer>
 #include <QVBoxLayout>
 #include <QWebEngineHistory>
 #include <QWebEngineLoadingInfo>
@@ -17,15 +19,16 @@ namespace linkhop {
 class WebEngineBrowser::NavigationPage final : public QWebEnginePage
 {
 public:
-    NavigationPage(QWebEngineProfile* profile, QObject* parent, std::function<void(const QUrl&)> onRequest)
+    NavigationPage(QWebEngineProfile* profile, QObject* parent,
+                   std::function<void(const QUrl&, bool)> onRequest)
         : QWebEnginePage(profile, parent), m_onRequest(std::move(onRequest))
     {
     }
 
 protected:
-    bool acceptNavigationRequest(const QUrl& url, NavigationType, bool isMainFrame) override
+    bool acceptNavigationRequest(const QUrl& url, NavigationType type, bool isMainFrame) override
     {
-        if (isMainFrame) m_onRequest(url);
+        if (isMainFrame) m_onRequest(url, type == NavigationTypeRedirect);
         return true;
     }
     // The pages' own console output is no concern of the game.
@@ -34,7 +37,7 @@ protected:
     }
 
 private:
-    std::function<void(const QUrl&)> m_onRequest;
+    std::function<void(const QUrl&, bool)> m_onRequest;
 };
 
 WebEngineBrowser::WebEngineBrowser(const QString& domain, QWidget* parent)
@@ -43,7 +46,8 @@ WebEngineBrowser::WebEngineBrowser(const QString& domain, QWidget* parent)
 {
     // No storage name: off the record, nothing written to disk.
     m_profile->setHttpCacheType(QWebEngineProfile::MemoryHttpCache);
-    m_page = new NavigationPage(m_profile, m_view, [this](const QUrl& url) { OnNavigationRequest(url); });
+    m_page = new NavigationPage(
+        m_profile, m_view, [this](const QUrl& url, bool redirect) { OnNavigationRequest(url, redirect); });
     m_view->setPage(m_page);
     auto* layout = new QVBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
@@ -58,6 +62,7 @@ WebEngineBrowser::WebEngineBrowser(const QString& domain, QWidget* parent)
 WebEngineBrowser::~WebEngineBrowser()
 {
     // The page goes before its profile, and says nothing on the way out.
+    m_closing = true;
     m_page->disconnect(this);
     delete m_view;
     delete m_profile;
@@ -87,7 +92,7 @@ void WebEngineBrowser::GoBack()
 bool WebEngineBrowser::Busy() const
 {
     if (m_requested && m_requestClock.elapsed() < kStartLimitMs) return true;
-    return m_loading && m_activityClock.elapsed() < m_stallLimitMs;
+    return (m_loading || m_inFlight || m_documentPending) && m_activityClock.elapsed() < m_stallLimitMs;
 }
 
 void WebEngineBrowser::Request(const QUrl& url)
@@ -97,10 +102,14 @@ void WebEngineBrowser::Request(const QUrl& url)
     m_requestClock.start();
 }
 
-void WebEngineBrowser::OnNavigationRequest(const QUrl& url)
+void WebEngineBrowser::OnNavigationRequest(const QUrl& url, bool redirect)
 {
     m_requested = false;
     m_activityClock.start();
+    if (!redirect || !m_inFlight) m_inFlightChain.clear();
+    m_inFlightChain.append(url);
+    m_inFlight = true;
+    m_documentPending = false;
     m_reportedRequest = url;
     Q_EMIT BeforeNavigate2(url.toString());
 }
@@ -111,25 +120,58 @@ void WebEngineBrowser::OnLoadingChanged(const QWebEngineLoadingInfo& info)
     if (info.status() == QWebEngineLoadingInfo::LoadStartedStatus) {
         m_requested = false;
         m_loading = true;
+        m_documentPending = false;
         // Loads of about: addresses start without a navigation request.
         if (info.url() != m_reportedRequest) Q_EMIT BeforeNavigate2(info.url().toString());
         m_reportedRequest.clear();
+        m_titleSeen = false;
         return;
     }
+    // This may be the end of a load that a newer navigation, still in flight, has superseded:
+    // the engine then reports neither start nor end of the newer one.
     m_loading = false;
     m_reportedRequest.clear();
+    if (m_inFlightChain.contains(info.url())) m_inFlight = false;
+    // A page loaded again under the title it already had raises no title change of its own.
+    if (info.status() == QWebEngineLoadingInfo::LoadSucceededStatus && !m_titleSeen &&
+        !m_page->title().isEmpty())
+        OnTitleChanged(m_page->title());
 }
 
 void WebEngineBrowser::OnUrlChanged(const QUrl& url)
 {
     m_activityClock.start();
-    // A jump within the page commits without a load.
     if (m_requested && url == m_requestedUrl) m_requested = false;
+    if (m_inFlight && m_inFlightChain.contains(url)) m_inFlight = false;
+    // A page that arrived outside any reported load: a jump within the page, or a navigation
+    // whose load the engine folded into an earlier one. Watch its document until it is complete.
+    if (!m_loading && !m_inFlight) {
+        m_documentPending = true;
+        ProbeDocument(++m_probeGeneration);
+    }
+}
+
+void WebEngineBrowser::ProbeDocument(quint64 generation)
+{
+    QPointer<WebEngineBrowser> self(this);
+    m_page->runJavaScript(u"document.readyState"_s, [self, generation](const QVariant& state) {
+        if (!self || self->m_closing || generation != self->m_probeGeneration || !self->m_documentPending)
+            return;
+        if (state.toString() == u"complete") {
+            self->m_documentPending = false;
+            return;
+        }
+        QTimer::singleShot(kProbeIntervalMs, self, [self, generation] {
+            if (self && generation == self->m_probeGeneration && self->m_documentPending)
+                self->ProbeDocument(generation);
+        });
+    });
 }
 
 void WebEngineBrowser::OnTitleChanged(const QString& title)
 {
     m_activityClock.start();
+    m_titleSeen = true;
     Q_EMIT TitleChange(ClassicTitle(title, m_page->url(), m_domain));
 }
 

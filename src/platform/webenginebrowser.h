@@ -4,6 +4,7 @@
 #include "services.h"
 
 #include <QElapsedTimer>
+#include <QList>
 #include <QString>
 #include <QUrl>
 
@@ -17,7 +18,8 @@ namespace linkhop {
 // The game's browser on Qt WebEngine: one view filling the widget, a page that reports every
 // main-frame navigation request (never refusing one) as BeforeNavigate2, and a private profile
 // that keeps nothing on disk. Titles of pages under `domain` are raised in the classic form
-// (ClassicTitle) so the page rules can read them.
+// (ClassicTitle) so the page rules can read them. Every load that succeeds raises at least one
+// TitleChange, also when the page comes again under the title it already had.
 class WebEngineBrowser final : public Browser
 {
     Q_OBJECT
@@ -30,10 +32,10 @@ public:
     // The address as given; QUrl encodes what needs encoding (the search address carries its
     // word unescaped). An address without a scheme is completed like a typed one.
     void Navigate(const QString& url) override;
-    // True from Navigate (or GoBack) and from every load start until that load has finished,
-    // failed or been stopped. It never stays true for good: a navigation that starts no load
-    // (a jump within the page, an address the engine ignores) counts for kStartLimitMs at most,
-    // and a load that shows no progress for the stall limit no longer counts.
+    // True from Navigate (or GoBack), and from every navigation request and load start, until the
+    // page has loaded, failed or been stopped. It never stays true for good: a navigation that
+    // starts nothing (an address the engine ignores) counts for kStartLimitMs at most, and one
+    // that shows no sign of life for the stall limit no longer counts.
     bool Busy() const override;
     void GoBack() override;
 
@@ -50,10 +52,11 @@ public:
 private:
     class NavigationPage;
     void Request(const QUrl& url);
-    void OnNavigationRequest(const QUrl& url);
+    void OnNavigationRequest(const QUrl& url, bool redirect);
     void OnLoadingChanged(const QWebEngineLoadingInfo& info);
     void OnUrlChanged(const QUrl& url);
     void OnTitleChanged(const QString& title);
+    void ProbeDocument(quint64 generation);
 
     QString m_domain;
     QWebEngineProfile* m_profile = nullptr;
@@ -64,13 +67,24 @@ private:
     bool m_requested = false;
     QUrl m_requestedUrl;
     QElapsedTimer m_requestClock;
-    // A load under way, and when it last showed any sign of life.
+    // A main-frame navigation accepted but not yet shown, with the addresses it went through.
+    bool m_inFlight = false;
+    QList<QUrl> m_inFlightChain;
+    // A load under way, as the engine reports loads.
     bool m_loading = false;
+    // A page shown outside any reported load, whose document has not been seen complete.
+    bool m_documentPending = false;
+    quint64 m_probeGeneration = 0;
+    static constexpr int kProbeIntervalMs = 20;
+    bool m_closing = false;
+    // When the navigation last showed any sign of life.
     QElapsedTimer m_activityClock;
     int m_stallLimitMs = kDefaultStallLimitMs;
     // The last main-frame request reported, so that a load starting without one (about:blank)
     // is reported once from its start.
     QUrl m_reportedRequest;
+    // Whether the load under way has changed the title.
+    bool m_titleSeen = false;
 };
 
 // Builds WebEngine browsers for the game window, with the site's domain.

@@ -60,8 +60,7 @@ class tst_webenginebrowser : public QObject
     }
     bool Click(const QString& id, const QString& title)
     {
-        ClickLink(*m_browser, id);
-        return m_log->WaitForTitle(title);
+        return ClickLink(*m_browser, id) && m_log->WaitForTitle(title);
     }
 
 private Q_SLOTS:
@@ -166,6 +165,15 @@ private Q_SLOTS:
         QCOMPARE(m_log->requests, QStringList{m_wiki.ArticleUrl(u"Big Apple")});
     }
 
+    // The word chooser waits for a title after every search: a page loaded again must say so.
+    void samePageAgainRaisesItsTitle()
+    {
+        QVERIFY(Open(m_wiki.ArticleUrl(u"Banana"), u"Banana"_s + kSuffix));
+        m_log->Clear();
+        QVERIFY(Open(m_wiki.ArticleUrl(u"Banana"), u"Banana"_s + kSuffix));
+        QCOMPARE(m_log->titles, QStringList{u"Banana"_s + kSuffix});
+    }
+
     void busy()
     {
         QVERIFY(Open(m_wiki.ArticleUrl(u"Apple"), u"Apple"_s + kSuffix));
@@ -206,6 +214,39 @@ private Q_SLOTS:
         QVERIFY(WaitUntil([&] { return !m_browser->Busy(); }, 5000));
         m_browser->SetStallLimit(WebEngineBrowser::kDefaultStallLimitMs);
         QVERIFY(Open(m_wiki.ArticleUrl(u"Apple"), u"Apple"_s + kSuffix));
+    }
+
+    // Going back while a page still loads. The engine may fold the back navigation into the load
+    // under way and report only that load's end, just before the page from the back cache shows.
+    void goBackWhileLoading_data()
+    {
+        QTest::addColumn<int>("delayMs");
+        for (const int delay : {0, 1, 3, 6, 10, 20})
+            QTest::addRow("back %d ms after the page changed", delay) << delay;
+    }
+    void goBackWhileLoading()
+    {
+        QFETCH(int, delayMs);
+        QVERIFY(Open(m_wiki.ArticleUrl(u"Banana"), u"Banana"_s + kSuffix));
+        QVERIFY(Open(m_wiki.ArticleUrl(u"Apple"), u"Apple"_s + kSuffix));
+        bool wentBack = false;
+        QMetaObject::Connection goBack = connect(m_browser->page(), &QWebEnginePage::urlChanged, this, [&] {
+            disconnect(goBack);
+            QTimer::singleShot(delayMs, this, [&] {
+                m_browser->GoBack();
+                wentBack = true;
+            });
+        });
+        m_browser->Navigate(m_wiki.Url(u"/w/index.php?title=Apple&action=history"));
+        QVERIFY(WaitUntil([&] { return wentBack; }));
+        QVERIFY(WaitUntil([&] { return !m_browser->Busy(); }, 10000));
+        QCOMPARE(m_browser->page()->url(), QUrl(m_wiki.ArticleUrl(u"Apple")));
+        QCOMPARE(m_log->LastTitle(), u"Apple"_s + kSuffix);
+        QString state;
+        m_browser->page()->runJavaScript(u"document.readyState"_s,
+                                         [&](const QVariant& v) { state = v.toString(); });
+        QVERIFY(WaitUntil([&] { return !state.isEmpty(); }));
+        QCOMPARE(state, u"complete"_s);
     }
 
     void goBack()

@@ -31,7 +31,10 @@ private:
     Browser& m_browser;
 };
 
-// Follows the link with this element id by script, as the player's click would.
-void ClickLink(WebEngineBrowser& browser, const QString& id);
+// Follows the link with this element id as the player would, once the current page has loaded:
+// a script finds the element and scrolls it into view, a mouse click at its centre follows it.
+// The browser must be shown. True once the click has started a navigation; false when there is
+// no such element or no navigation starts.
+bool ClickLink(WebEngineBrowser& browser, const QString& id);
 
 } // namespace linkhop::test
