@@ -284,6 +284,26 @@ private Q_SLOTS:
         QCOMPARE(qobject_cast<WebEngineBrowser*>(browser)->Domain(), u"wiki.test"_s);
     }
 
+    // A build for a local encyclopedia (LINKHOP_SITE_HOST and LINKHOP_SITE_DOMAIN 127.0.0.1:8080)
+    // plays on it with the compiled site; other builds skip this.
+    void compiledSiteOnLoopback()
+    {
+        const SiteConfig site = SiteConfig::Compiled();
+        const QUrl root(u"http://"_s + site.host);
+        const QHostAddress address(root.host());
+        if (address.isNull() || !address.isLoopback() || root.port() <= 0)
+            QSKIP("the compiled site is not a loopback address with a port");
+        Encyclopedia local(Encyclopedia::Style::Today);
+        if (!local.Listen(quint16(root.port()), address)) QSKIP("the compiled site's port is taken");
+        std::unique_ptr<Browser> browser(WebEngineBrowserFactory(site.domain)(nullptr));
+        BrowserLog log(*browser);
+        browser->Navigate(site.MainPage());
+        QVERIFY(log.WaitForTitle(u"Wikipedia, the free encyclopedia"_s));
+        browser->Navigate(site.Search(u"new york city"));
+        QVERIFY(log.WaitForTitle(u"New York City"_s + kSuffix));
+        QCOMPARE(log.requests.last(), QString(u"http://"_s + site.host + u"/wiki/New_York_City"));
+    }
+
     void cleanupTestCase()
     {
         m_log.reset();
