@@ -250,12 +250,12 @@ int main(int argc, char** argv)
     const Clock::time_point runStart = Clock::now();
     for (int page = 2; page <= pages + 1; ++page) {
         const Clock::time_point clicked = Clock::now();
-        browser.page()->runJavaScript(u"document.getElementById('next').click();"_s);
+        browser.Page()->runJavaScript(u"document.getElementById('next').click();"_s);
         const QString datagram = msg::Navigate(u"bench", QString(u"Page "_s + QString::number(page)));
         Clock::time_point arrived;
         if (!WaitFor([&] { return server.ArrivalOf(datagram, &arrived) && !browser.Busy(); })) {
             std::fprintf(stderr, "page %d was not reported (the browser shows %s)\n", page,
-                         qPrintable(browser.page()->url().toString()));
+                         qPrintable(browser.Page()->url().toString()));
             return 1;
         }
         const Clock::time_point titled = titledAt.value(classic(page));

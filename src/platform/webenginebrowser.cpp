@@ -68,7 +68,7 @@ WebEngineBrowser::~WebEngineBrowser()
     delete m_profile;
 }
 
-QWebEnginePage* WebEngineBrowser::page() const
+QWebEnginePage* WebEngineBrowser::Page() const
 {
     return m_page;
 }

@@ -46,8 +46,8 @@ public:
     static constexpr int kDefaultStallLimitMs = 30000;
     void SetStallLimit(int ms) { m_stallLimitMs = ms; }
 
-    // For tests that follow links by script.
-    QWebEnginePage* page() const;
+    // The page shown, for tests that follow links by script.
+    QWebEnginePage* Page() const;
 
 private:
     class NavigationPage;

@@ -161,7 +161,7 @@ private Q_SLOTS:
         m_log->Clear();
         QVERIFY(Click(u"to-Big_Apple"_s, u"New York City"_s + kSuffix));
         QVERIFY(
-            WaitUntil([&] { return m_browser->page()->url() == QUrl(m_wiki.ArticleUrl(u"New York City")); }));
+            WaitUntil([&] { return m_browser->Page()->url() == QUrl(m_wiki.ArticleUrl(u"New York City")); }));
         QCOMPARE(m_log->requests, QStringList{m_wiki.ArticleUrl(u"Big Apple")});
     }
 
@@ -230,7 +230,7 @@ private Q_SLOTS:
         QVERIFY(Open(m_wiki.ArticleUrl(u"Banana"), u"Banana"_s + kSuffix));
         QVERIFY(Open(m_wiki.ArticleUrl(u"Apple"), u"Apple"_s + kSuffix));
         bool wentBack = false;
-        QMetaObject::Connection goBack = connect(m_browser->page(), &QWebEnginePage::urlChanged, this, [&] {
+        QMetaObject::Connection goBack = connect(m_browser->Page(), &QWebEnginePage::urlChanged, this, [&] {
             disconnect(goBack);
             QTimer::singleShot(delayMs, this, [&] {
                 m_browser->GoBack();
@@ -240,10 +240,10 @@ private Q_SLOTS:
         m_browser->Navigate(m_wiki.Url(u"/w/index.php?title=Apple&action=history"));
         QVERIFY(WaitUntil([&] { return wentBack; }));
         QVERIFY(WaitUntil([&] { return !m_browser->Busy(); }, 10000));
-        QCOMPARE(m_browser->page()->url(), QUrl(m_wiki.ArticleUrl(u"Apple")));
+        QCOMPARE(m_browser->Page()->url(), QUrl(m_wiki.ArticleUrl(u"Apple")));
         QCOMPARE(m_log->LastTitle(), u"Apple"_s + kSuffix);
         QString state;
-        m_browser->page()->runJavaScript(u"document.readyState"_s,
+        m_browser->Page()->runJavaScript(u"document.readyState"_s,
                                          [&](const QVariant& v) { state = v.toString(); });
         QVERIFY(WaitUntil([&] { return !state.isEmpty(); }));
         QCOMPARE(state, u"complete"_s);
@@ -259,7 +259,7 @@ private Q_SLOTS:
         QVERIFY(m_log->WaitForTitle(u"Apple"_s + kSuffix));
         m_browser->GoBack();
         QVERIFY(m_log->WaitForTitle(u"New York City"_s + kSuffix));
-        QCOMPARE(m_browser->page()->url(), QUrl(m_wiki.ArticleUrl(u"New York City")));
+        QCOMPARE(m_browser->Page()->url(), QUrl(m_wiki.ArticleUrl(u"New York City")));
 
         WebEngineBrowser fresh(m_wiki.Host());
         fresh.GoBack();

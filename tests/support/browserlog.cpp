@@ -42,7 +42,7 @@ bool ClickLink(WebEngineBrowser& browser, const QString& id)
     bool answered = false;
     QVariantList centre;
     QPointer<WebEngineBrowser> guard(&browser);
-    browser.page()->runJavaScript(locate, [&](const QVariant& result) {
+    browser.Page()->runJavaScript(locate, [&](const QVariant& result) {
         centre = result.toList();
         answered = true;
     });
