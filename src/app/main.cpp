@@ -1,6 +1,7 @@
 #include "game/session.h"
 #include "lobby/frmmain.h"
 #include "platform/qtservices.h"
+#include "platform/webenginebrowser.h"
 
 #include <QApplication>
 #include <QPointer>
@@ -26,9 +27,10 @@ int main(int argc, char* argv[])
     services.prompts = &prompts;
     services.launcher = &launcher;
     services.programEnd = &programEnd;
-    services.createBrowser = [](QWidget*) -> linkhop::Browser* { return nullptr; };
+    const linkhop::SiteConfig site = linkhop::SiteConfig::Compiled();
+    services.createBrowser = linkhop::WebEngineBrowserFactory(site.domain);
 
-    linkhop::Session session(QCoreApplication::applicationDirPath(), services);
+    linkhop::Session session(QCoreApplication::applicationDirPath(), services, site);
     const QPointer<linkhop::frmMain> window = new linkhop::frmMain(session);
     window->show();
     const int exitCode = QApplication::exec();

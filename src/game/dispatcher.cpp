@@ -155,7 +155,7 @@ QString SessionDispatcher::React(const QString& message, const QString& verb)
         const QString url = param(u"URL");
         const QString src = param(u"SRC");
         m_game.wbMain->Navigate(s.Site().Search(url));
-        m_game.LastReported = url;
+        m_game.Navigation.LastReported = url;
         if (src == u"1"_s)
             s.Chat().AddChat(kGame, u"Initial page randomized: \""_s + url + u'"');
         else if (src == u"2"_s)

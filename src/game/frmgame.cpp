@@ -30,10 +30,14 @@ frmGame::frmGame(Session& session) : QWidget(nullptr), m_session(session), m_dis
     setWindowTitle(u"Linkhop"_s);
     setFont(ArialFont(8.25));
 
+    m_monitor = new NavigationMonitor(
+        m_session, Navigation, [this](const QString& text) { SendData(text); },
+        [this](const QString& caption) { setWindowTitle(caption); }, this);
     wbMain = m_session.CreateBrowser(this);
     if (wbMain) {
         wbMain->setObjectName(u"wbMain"_s);
         wbMain->setGeometry(kMargin, kMargin, Px(2535), Px(2415));
+        m_monitor->Watch(*wbMain);
     }
     wsGame = new UdpEndpoint(this);
     wsGame->setObjectName(u"wsGame"_s);

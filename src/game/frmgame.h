@@ -1,6 +1,7 @@
 #pragma once
 
 #include "game/dispatcher.h"
+#include "game/navigationmonitor.h"
 
 #include <QTimer>
 #include <QWidget>
@@ -32,7 +33,8 @@ public:
     QTimer* tmrGetScores = nullptr;
     QTimer* tmrPing = nullptr;
 
-    QString LastReported;
+    // LastReported: what the monitor last reported, or the server last announced by SETRANDOM.
+    NavigationRecord Navigation;
     bool Disconnected = false;
     qint32 ScoreIndex = 1;
 
@@ -46,6 +48,7 @@ private:
 
     Session& m_session;
     SessionDispatcher m_dispatcher;
+    NavigationMonitor* m_monitor = nullptr;
 };
 
 // The end of a successful handshake: the chat window, the scoreboard and the game window open in

@@ -42,6 +42,7 @@ struct Fixture
             return at < 0 ? u"Wikipedia, the free encyclopedia"_s
                           : url.mid(at + 7).section(u'&', 0, 0) + u" - Wikipedia, the free encyclopedia"_s;
         };
+        WaitUntil([&] { return !browser->Busy(); }); // the main page has loaded
     }
 
     Session& S() { return *client.session; }
@@ -308,7 +309,7 @@ private Q_SLOTS:
 
         f.Deliver(u"SETRANDOM SRC=3;URL=Pear;"_s);
         QCOMPARE(f.browser->navigations.last(), u"http://wiki.test/wiki/Special:Search?search=Pear&go=Go"_s);
-        QCOMPARE(f.game->LastReported, u"Pear"_s);
+        QCOMPARE(f.game->Navigation.LastReported, u"Pear"_s);
         QVERIFY(!f.Transcript().contains(u"Pear"_s));
 
         f.Deliver(u"SETRANDOM SRC=1;URL=Apple;"_s); // the chooser is not shown: no box, no window
@@ -346,9 +347,8 @@ private Q_SLOTS:
         f.S().Player(2).RoundClicks = 4;
         f.S().Player(3).InGame = u"no"_s;
         f.browser->loadDelayMs = 300;
+        // A datagram arriving while the first page loads is handled to completion meanwhile.
         f.server.SendTo(datagram, f.Port());
-        // Datagrams arriving while the first page loads are handled to completion meanwhile.
-        QVERIFY(WaitUntil([&] { return f.browser->Busy(); }));
         f.server.SendTo(u"CHAT NAME=bo;TEXT=go!"_s, f.Port());
         QVERIFY(WaitUntil([&] { return f.S().InRound; }));
         QCOMPARE(f.browser->navigations.last(), u"http://wiki.test/wiki/Special:Search?search=Apple&go=Go"_s);
