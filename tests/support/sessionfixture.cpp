@@ -46,7 +46,7 @@ bool RunningSession::Deliver(const QStringList& datagrams)
     const QString mark = u"mark"_s + QString::number(++marks);
     server.SendTo(u"PING TIME="_s + mark + u';', Port());
     const QString pong = u"PONG NAME="_s + S().PlayerName + u";TIME=" + mark + u';';
-    return WaitUntil([&] { return server.ReceivedTexts().contains(pong); });
+    return WaitUntil([&] { return server.ReceivedTexts().contains(pong); }, 15000);
 }
 
 QString RunningSession::Transcript() { return S().OpenChat() ? S().OpenChat()->Transcript() : QString(); }
