@@ -113,6 +113,18 @@ void frmWinner::GoBack()
     if (Browser* browser = m_session.GameBrowser()) browser->GoBack();
 }
 
+bool frmWinner::SettleBrowser()
+{
+    // The page that going back brings may still send its title; it must not be taken for the
+    // destination's.
+    QPointer<frmWinner> self(this);
+    Session& session = m_session;
+    QPointer<Browser> browser = session.GameBrowser();
+    LetEventsRunUntil([&] { return !self || self->m_unloadAllowed || session.Ended() || !browser || !browser->Busy(); },
+                      m_titleWaitMs);
+    return self && !self->m_unloadAllowed && !session.Ended();
+}
+
 bool frmWinner::LetEventsRunHere()
 {
     QPointer<frmWinner> self(this);
@@ -185,7 +197,7 @@ void frmWinner::Verify()
 
     txtInitial->setText(m_session.CurrentArticle);
     GoBack();
-    if (!LetEventsRunHere() || !waitForTitle()) return;
+    if (!LetEventsRunHere() || !waitForTitle() || !SettleBrowser()) return;
 
     // A title still belonging to the initial page, or a destination leading to the initial
     // article itself, is searched again, four times at most.

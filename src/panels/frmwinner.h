@@ -57,6 +57,8 @@ private:
     // Lets events run once; false when the window closed meanwhile.
     bool LetEventsRunHere();
     Wait WaitForTitle();
+    // Waits until the browser has finished loading; false when the window closed meanwhile.
+    bool SettleBrowser();
     // Shows a critical message; false when the window closed while it was open.
     bool Tell(const QString& text);
     void ArticleMissing(QLineEdit* box);

@@ -133,8 +133,10 @@ void WebEngineBrowser::OnLoadingChanged(const QWebEngineLoadingInfo& info)
     m_reportedRequest.clear();
     if (m_inFlightChain.contains(info.url())) m_inFlight = false;
     // A page loaded again under the title it already had raises no title change of its own.
+    // Only the page now shown counts: the end of a load that a newer navigation has overtaken
+    // would carry the old page's title under the new address.
     if (info.status() == QWebEngineLoadingInfo::LoadSucceededStatus && !m_titleSeen &&
-        !m_page->title().isEmpty())
+        info.url() == m_page->url() && !m_page->title().isEmpty())
         OnTitleChanged(m_page->title());
 }
 
@@ -171,6 +173,10 @@ void WebEngineBrowser::ProbeDocument(quint64 generation)
 void WebEngineBrowser::OnTitleChanged(const QString& title)
 {
     m_activityClock.start();
+    // A title that comes after the program asked for another page, or while a navigation away
+    // is under way, still belongs to the page being left (a page restored from history sends its
+    // title late): whoever waits for the new page's title must not take it.
+    if (Busy() && (m_requested || (m_inFlight && !m_inFlightChain.contains(m_page->url())))) return;
     m_titleSeen = true;
     Q_EMIT TitleChange(ClassicTitle(title, m_page->url(), m_domain));
 }

@@ -6,6 +6,7 @@
 #include "panels/frmscores.h"
 #include "panels/frmwinner.h"
 #include "scriptedserver.h"
+#include "sessionfixture.h"
 
 #include <QLabel>
 #include <QPointer>
@@ -19,59 +20,21 @@ using namespace linkhop::test;
 
 namespace {
 
-// A client after its handshake, talking to a scripted server: the session's windows are open,
-// the roster holds `names`, the own name is the first of them.
-struct Fixture
+// The fixture with a roster of its own and, optionally, a round already running at the join.
+struct Fixture : RunningSession
 {
     explicit Fixture(const QStringList& names = {u"ann"_s, u"bo"_s, u"cy"_s}, bool joinInProgress = false)
+        : RunningSession(Make(names, joinInProgress))
     {
-        if (!server.Listen()) qFatal("the scripted server cannot bind port 7200");
-        Session& s = S();
-        s.ServerAddress = TestAddress().toString();
-        s.PlayerName = names.value(0);
-        UdpEndpoint probe;
-        s.LocalPort = FindLocalPort(probe);
-        s.JoinInProgress = joinInProgress;
-        for (const QString& name : names) s.AddPlayer(name);
-        s.ResetGameData();
-        OpenSessionWindows(s, false, QString());
-        game = s.Game();
-        browser = client.LastBrowser();
-        browser->titleFor = [](const QString& url) {
-            const qsizetype at = url.indexOf(u"search="_s);
-            return at < 0 ? u"Wikipedia, the free encyclopedia"_s
-                          : url.mid(at + 7).section(u'&', 0, 0) + u" - Wikipedia, the free encyclopedia"_s;
-        };
-        WaitUntil([&] { return !browser->Busy(); }); // the main page has loaded
     }
-
-    Session& S() { return *client.session; }
-    quint16 Port() { return quint16(S().LocalPort.toUInt()); }
-
-    // Delivers datagrams and returns once the client has handled them: a PING sent behind them is
-    // answered only after they were.
-    void Deliver(const QStringList& datagrams)
+    static Options Make(const QStringList& names, bool joinInProgress)
     {
-        for (const QString& d : datagrams) server.SendTo(d, Port());
-        const QString mark = u"mark"_s + QString::number(++marks);
-        server.SendTo(u"PING TIME="_s + mark + u';', Port());
-        QVERIFY(WaitUntil([&] { return server.ReceivedTexts().contains(u"PONG NAME="_s + S().PlayerName + u";TIME=" + mark + u';'); }));
+        Options options;
+        options.names = names;
+        options.joinInProgress = joinInProgress;
+        return options;
     }
-    void Deliver(const QString& datagram) { Deliver(QStringList{datagram}); }
-
-    QStringList Sent(const QString& verb) const { return server.ReceivedWithVerb(verb); }
-    QString Transcript() { return S().OpenChat() ? S().OpenChat()->Transcript() : QString(); }
-    QString Label(const char* name)
-    {
-        auto* label = S().OpenScores()->findChild<QLabel*>(QString::fromLatin1(name));
-        return label ? label->text() : u"<none>"_s;
-    }
-
-    TestClient client;
-    ScriptedServer server;
-    QPointer<frmGame> game;
-    QPointer<ScriptedBrowser> browser;
-    int marks = 0;
+    QString Label(const char* name) { return ScoreLabel(name); }
 };
 
 } // namespace
@@ -110,7 +73,7 @@ private Q_SLOTS:
     {
         {
             Fixture f;
-            f.Deliver(u"JOIN NAME=di;"_s); // joins before the sweep reaches the end: polled too
+            QVERIFY(f.Deliver(u"JOIN NAME=di;"_s)); // joins before the sweep reaches the end: polled too
             QVERIFY(WaitUntil([&] { return f.Sent(u"GETSCORE"_s).size() == 4; }));
             QTest::qWait(400);
             const QString port = f.S().LocalPort;
@@ -121,7 +84,7 @@ private Q_SLOTS:
             QVERIFY(!f.game->tmrGetScores->isActive());
         }
         Fixture shrinking({u"ann"_s, u"bo"_s, u"cy"_s});
-        shrinking.Deliver({u"LEAVE NAME=bo;"_s, u"LEAVE NAME=cy;"_s});
+        QVERIFY(shrinking.Deliver({u"LEAVE NAME=bo;"_s, u"LEAVE NAME=cy;"_s}));
         QTest::qWait(400);
         QVERIFY(!shrinking.game->tmrGetScores->isActive());
         QVERIFY(shrinking.Sent(u"GETSCORE"_s).size() <= 2);
@@ -147,7 +110,7 @@ private Q_SLOTS:
         }
 
         Fixture between({u"ann"_s}, false);
-        between.Deliver(u"CHAT NAME=x;TEXT=y"_s);
+        QVERIFY(between.Deliver(u"CHAT NAME=x;TEXT=y"_s));
         QVERIFY(between.Sent(u"GETWORDS"_s).isEmpty());
         QVERIFY(!between.Transcript().contains(u"joining"_s));
     }
@@ -183,7 +146,7 @@ private Q_SLOTS:
         QFETCH(QStringList, roster);
         QFETCH(QString, line);
         Fixture f;
-        f.Deliver(datagrams);
+        QVERIFY(f.Deliver(datagrams));
         QStringList names;
         for (const PlayerRecord& p : f.S().Players()) names.append(p.Name);
         QCOMPARE(names, roster);
@@ -196,19 +159,19 @@ private Q_SLOTS:
     void scoresPingsAndFaults()
     {
         Fixture f;
-        f.Deliver(u"SCOREIS NAME=bo;WINS=2;CLICK=37;RCLICK=5;INGAME=no;"_s);
+        QVERIFY(f.Deliver(u"SCOREIS NAME=bo;WINS=2;CLICK=37;RCLICK=5;INGAME=no;"_s));
         const PlayerRecord& bo = f.S().Player(2);
         QCOMPARE(QList<int>({bo.Wins, bo.Clicks, bo.RoundClicks}), QList<int>({2, 37, 5}));
         QCOMPARE(bo.InGame, u"no"_s);
         QCOMPARE(f.Label("lblScores"), u"0 / 0 / 0\r\n2 / 37 / 5\r\n0 / 0 / 0\r\n"_s);
-        f.Deliver(u"PINGIS NAME=cy;PING=95;"_s);
+        QVERIFY(f.Deliver(u"PINGIS NAME=cy;PING=95;"_s));
         QCOMPARE(f.Label("lblPings"), u"0ms\r\n0ms\r\n95ms\r\n"_s);
 
         // Unknown names and bad numbers: the datagram stops at its fault, earlier changes stay.
         f.S().Player(1).Clicks = 99;
-        f.Deliver({u"SCOREIS NAME=zed;WINS=1;CLICK=1;RCLICK=1;INGAME=yes;"_s, u"PINGIS NAME=Bo;PING=1;"_s,
+        QVERIFY(f.Deliver({u"SCOREIS NAME=zed;WINS=1;CLICK=1;RCLICK=1;INGAME=yes;"_s, u"PINGIS NAME=Bo;PING=1;"_s,
                    u"SCOREIS NAME=ann;WINS=7;CLICK=x;RCLICK=1;INGAME=yes;"_s, u"PINGIS NAME=cy;PING=;"_s,
-                   u"SCOREIS NAME=cy;WINS=1;CLICK=2;RCLICK=99999999999;INGAME=yes;"_s});
+                   u"SCOREIS NAME=cy;WINS=1;CLICK=2;RCLICK=99999999999;INGAME=yes;"_s}));
         QCOMPARE(f.S().Player(1).Wins, 7);
         QCOMPARE(f.S().Player(1).Clicks, 99);
         QCOMPARE(f.S().Player(2).Ping, 0);
@@ -237,7 +200,7 @@ private Q_SLOTS:
         QFETCH(QString, line);
         Fixture f;
         const QString before = f.Transcript();
-        f.Deliver(datagram);
+        QVERIFY(f.Deliver(datagram));
         if (line.isEmpty())
             QCOMPARE(f.Transcript(), before);
         else
@@ -249,7 +212,7 @@ private Q_SLOTS:
         Fixture f;
         f.S().InRound = true;
         f.S().Player(2).RoundClicks = 3;
-        f.Deliver(u"WINNER NAME=bo;"_s);
+        QVERIFY(f.Deliver(u"WINNER NAME=bo;"_s));
         QVERIFY(!f.S().InRound);
         QVERIFY(f.Transcript().endsWith(u"GAME: bo has won the round in 3 clicks!"_s));
         QCOMPARE(f.S().Player(2).Wins, 1);
@@ -259,14 +222,14 @@ private Q_SLOTS:
 
         f.S().InRound = true;
         f.S().RoutePath = u"Apple\rBanana\r"_s;
-        f.Deliver(u"WINNER NAME=ann;"_s);
+        QVERIFY(f.Deliver(u"WINNER NAME=ann;"_s));
         QCOMPARE(f.Sent(u"SENDMYPATH"_s), QStringList{u"SENDMYPATH NAME=ann;PATH=Apple\rBanana;"_s});
         QVERIFY(f.S().OpenWinner() && f.S().OpenWinner()->isVisible());
 
         // A stranger ends the round and nothing else.
         f.S().InRound = true;
         const QString before = f.Transcript();
-        f.Deliver(u"WINNER NAME=zed;"_s);
+        QVERIFY(f.Deliver(u"WINNER NAME=zed;"_s));
         QVERIFY(!f.S().InRound);
         QCOMPARE(f.Transcript(), before);
     }
@@ -276,15 +239,15 @@ private Q_SLOTS:
         Fixture f;
         f.S().InRound = true;
         f.S().RoutePath = u"A\r"_s;
-        f.Deliver(u"NEWGAME NAME=bo;"_s);
+        QVERIFY(f.Deliver(u"NEWGAME NAME=bo;"_s));
         QCOMPARE(f.S().ChooserName, u"bo"_s);
         QVERIFY(!f.S().InRound);
         QCOMPARE(f.S().Words.size(), 1);
         QCOMPARE(f.S().RoutePath, u"A\r"_s);
         QVERIFY(!f.S().OpenWinner());
-        f.Deliver(u"NEWGAME NAME=Ann;"_s);
+        QVERIFY(f.Deliver(u"NEWGAME NAME=Ann;"_s));
         QVERIFY(!f.S().OpenWinner());
-        f.Deliver(u"NEWGAME NAME=ann;"_s);
+        QVERIFY(f.Deliver(u"NEWGAME NAME=ann;"_s));
         QVERIFY(f.S().OpenWinner() && f.S().OpenWinner()->isVisible());
     }
 
@@ -293,7 +256,7 @@ private Q_SLOTS:
         Fixture f;
         f.S().InRound = true;
         f.S().CurrentArticle = u"talk"_s;
-        f.Deliver(u"DISQUALIFY"_s);
+        QVERIFY(f.Deliver(u"DISQUALIFY"_s));
         QCOMPARE(f.S().Player(1).InGame, u"no"_s);
         QVERIFY(f.S().InRound);
         QCOMPARE(f.browser->navigations.last(), u"http://wiki.test/wiki/Main_Page"_s);
@@ -304,21 +267,21 @@ private Q_SLOTS:
     void pagesOpenedByTheServer()
     {
         Fixture f;
-        f.Deliver(u"NAVIGATE URL=New York;"_s);
+        QVERIFY(f.Deliver(u"NAVIGATE URL=New York;"_s));
         QCOMPARE(f.browser->navigations.last(), u"http://wiki.test/wiki/Special:Search?search=New York&go=Go"_s);
 
-        f.Deliver(u"SETRANDOM SRC=3;URL=Pear;"_s);
+        QVERIFY(f.Deliver(u"SETRANDOM SRC=3;URL=Pear;"_s));
         QCOMPARE(f.browser->navigations.last(), u"http://wiki.test/wiki/Special:Search?search=Pear&go=Go"_s);
         QCOMPARE(f.game->Navigation.LastReported, u"Pear"_s);
         QVERIFY(!f.Transcript().contains(u"Pear"_s));
 
-        f.Deliver(u"SETRANDOM SRC=1;URL=Apple;"_s); // the chooser is not shown: no box, no window
+        QVERIFY(f.Deliver(u"SETRANDOM SRC=1;URL=Apple;"_s)); // the chooser is not shown: no box, no window
         QVERIFY(f.Transcript().endsWith(u"GAME: Initial page randomized: \"Apple\""_s));
         QVERIFY(!f.S().OpenWinner());
 
         frmWinner& chooser = f.S().Winner();
         chooser.show();
-        f.Deliver({u"SETRANDOM SRC=1;URL=Apple;"_s, u"SETRANDOM SRC=2;URL=Banana split;"_s});
+        QVERIFY(f.Deliver({u"SETRANDOM SRC=1;URL=Apple;"_s, u"SETRANDOM SRC=2;URL=Banana split;"_s}));
         QVERIFY(f.Transcript().endsWith(u"GAME: Destination page randomized: \"Banana split\""_s));
         QCOMPARE(chooser.txtInitial->text(), u"Apple"_s);
         QCOMPARE(chooser.txtDestination->text(), u"Banana split"_s);

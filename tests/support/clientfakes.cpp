@@ -68,15 +68,15 @@ void ScriptedBrowser::Load(const QString& url)
     });
 }
 
-TestClient::TestClient()
+TestClient::TestClient(BrowserFactory browsers)
 {
     Services services;
     services.prompts = &prompts;
     services.launcher = &launcher;
     services.programEnd = &programEnd;
-    services.createBrowser = [this](QWidget* parent) {
+    services.createBrowser = browsers ? std::move(browsers) : [this](QWidget* parent) -> Browser* {
         auto* browser = new ScriptedBrowser(parent);
-        browsers.append(browser);
+        this->browsers.append(browser);
         return browser;
     };
     session = std::make_unique<Session>(folder.path(), services,

@@ -81,9 +81,10 @@ private:
 };
 
 // A client assembled for a test: a temporary program folder, scripted services, a session.
+// Its browsers are ScriptedBrowsers unless another factory is given.
 struct TestClient
 {
-    TestClient();
+    explicit TestClient(BrowserFactory browsers = {});
     QTemporaryDir folder;
     ScriptedPrompts prompts;
     RecordingLauncher launcher;
