@@ -1,6 +1,7 @@
 #include "serverconfig.h"
 
 #include "core/options.h"
+#include "core/pagerules.h"
 #include "core/version.h"
 #include "core/wire.h"
 
@@ -18,44 +19,9 @@ void Warn(QStringList* warnings, const QString& text)
     if (warnings) warnings->append(text);
 }
 
-// A word that reads as a number: optional sign, digits with at most one decimal point, an optional
-// exponent; surrounding spaces allowed.
-bool IsNumber(QStringView text)
-{
-    text = text.trimmed();
-    qsizetype i = 0;
-    const auto digitsFrom = [&](qsizetype& at) {
-        const qsizetype start = at;
-        while (at < text.size() && text[at].isDigit())
-            ++at;
-        return at - start;
-    };
-    if (i < text.size() && (text[i] == u'+' || text[i] == u'-')) ++i;
-    qsizetype digits = digitsFrom(i);
-    if (i < text.size() && text[i] == u'.') {
-        ++i;
-        digits += digitsFrom(i);
-    }
-    if (digits == 0) return false;
-    if (i < text.size() && (text[i] == u'e' || text[i] == u'E')) {
-        ++i;
-        if (i < text.size() && (text[i] == u'+' || text[i] == u'-')) ++i;
-        if (digitsFrom(i) == 0) return false;
-    }
-    return i == text.size();
-}
-
 } // namespace
 
-bool IsForbiddenTitle(QStringView title)
-{
-    static constexpr QStringView kPrefixes[] = {u"List of",    u"Editing", u"Talk:",    u"Category:",
-                                                u"Wikipedia:", u"Help:",   u"Special:", u"User:",
-                                                u"Portal:",    u"Search"};
-    for (QStringView prefix : kPrefixes)
-        if (title.startsWith(prefix)) return true;
-    return title.endsWith(u" - History") || IsNumber(title);
-}
+bool IsForbiddenTitle(QStringView title) { return !PageCategory(title).isEmpty(); }
 
 QStringList FallbackArticles()
 {

@@ -51,7 +51,7 @@ QList<QPair<QHostAddress, int>> ParseBannedAddresses(const QStringList& entries,
 QString ExpandWelcome(QStringView text, int players);
 
 // Whether a client would report a page of this title as forbidden: such a word can never be reached
-// in a round. Mirrors the client's page rules (prefixes, " - History", a bare number).
+// in a round.
 bool IsForbiddenTitle(QStringView title);
 
 } // namespace linkhop::server

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "core/pagerules.h"
+
 #include <QObject>
 #include <QString>
 #include <QStringView>
@@ -10,13 +12,6 @@ namespace linkhop {
 class Browser;
 class Session;
 
-// The category word of a forbidden page ("list", "history", ... "number"), or empty text for an
-// allowed article. The rules are tested in order on the article title, case-sensitively; "*" in a
-// rule stands for any run of characters. "A number" is a whole title (spaces around it allowed)
-// of decimal digits with an optional leading sign and an optional decimal point ("1984", "-5",
-// "2.5", ".5", "5."), the digits before the point optionally grouped in threes by commas
-// ("1,000,000"). Exponents, currency signs and other numerals are not numbers.
-QString PageCategory(QStringView articleTitle);
 
 // What the game window keeps of the monitor's reports. The dispatcher writes LastReported too
 // (on "SETRANDOM").
