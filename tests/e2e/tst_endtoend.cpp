@@ -18,6 +18,7 @@
 #include "panels/frmchat.h"
 #include "panels/frmscores.h"
 #include "panels/frmwinner.h"
+#include "platform/twips.h"
 #include "platform/webenginebrowser.h"
 #include "scriptedserver.h"
 
@@ -227,8 +228,8 @@ class tst_endtoend : public QObject
 
     QString Address() const { return HostAddress().toString(); }
 
-    // The pictures of the documentation: the whole screen, or the part of it around one window with
-    // its frame.
+    // The pictures of the documentation: the whole screen, or the part of it that one window covers
+    // with its frame.
     static void Picture(const QString& name, const QWidget* window = nullptr)
     {
         const QString folder = qEnvironmentVariable("LINKHOP_SCREENSHOTS");
@@ -236,12 +237,7 @@ class tst_endtoend : public QObject
         QTest::qWait(1000); // the window manager and the browser paint
         QScreen* screen = QGuiApplication::primaryScreen();
         QPixmap shot = screen->grabWindow(0);
-        if (window) {
-            constexpr int margin = 12;
-            shot = shot.copy(window->frameGeometry()
-                                 .adjusted(-margin, -margin, margin, margin)
-                                 .intersected(screen->geometry()));
-        }
+        if (window) shot = shot.copy(window->frameGeometry().intersected(screen->geometry()));
         if (!shot.save(QDir(folder).filePath(name + u".png"_s)))
             qWarning("cannot save picture %s", qPrintable(name));
     }
@@ -256,6 +252,28 @@ class tst_endtoend : public QObject
         for (QWidget* w : windows)
             w->show();
         QTest::qWait(500);
+    }
+
+    // Where the session's windows are against where they belong: the chat in the screen's top-left
+    // corner, the scoreboard below it down to the strip at the bottom, the game window filling the
+    // rest. Empty when all are in place.
+    static QString Misplaced(const Client& c)
+    {
+        if (!c.Chat() || !c.Scores() || !c.Game()) return u"windows missing"_s;
+        const QRect screen = c.Game()->screen()->geometry();
+        const QRect chat = c.Chat()->frameGeometry();
+        const QRect scores = c.Scores()->frameGeometry();
+        const QRect game = c.Game()->frameGeometry();
+        const int bottom = screen.bottom() - Px(480);
+        const bool placed =
+            chat.topLeft() == screen.topLeft() &&
+            scores == QRect(QPoint(screen.left(), chat.bottom() + 1),
+                            QPoint(screen.left() + Px(3585) - 1, bottom)) &&
+            game == QRect(QPoint(scores.right() + 1, screen.top()), QPoint(screen.right(), bottom));
+        if (placed) return {};
+        QString text;
+        QDebug(&text) << "chat" << chat << "scoreboard" << scores << "game" << game << "screen" << screen;
+        return text;
     }
 
     static bool Click(const Client& c, const QString& article)
@@ -358,6 +376,7 @@ private Q_SLOTS:
         QCOMPARE(a.Board(u"lblStartWord"_s), u"None"_s);
         QCOMPARE(a.Board(u"lblNextWord"_s), u"None"_s);
         QCOMPARE(a.Caption(), u"Linkhop"_s);
+        QTRY_COMPARE_WITH_TIMEOUT(Misplaced(a), QString(), kPatienceMs);
         QTRY_COMPARE_WITH_TIMEOUT(a.PageTitle(), m_wiki.ArticleTitle(u"Main Page"), kPatienceMs);
         // The host chooses the first words.
         QVERIFY(a.Chooser() && a.Chooser()->isVisible());
@@ -380,10 +399,10 @@ private Q_SLOTS:
             WaitUntil([&] { return active->count() > 0; }, kPatienceMs);
             if (active->count() == 0) return Find<QPushButton>(dialog, u"cmdCancel"_s)->click();
             listed = active->item(0)->text();
-            Picture(u"server-browser"_s, dialog);
             QTest::mouseClick(active->viewport(), Qt::LeftButton, {},
                               active->visualItemRect(active->item(0)).center());
             picked = Find<SimpleCombo>(dialog, u"cmbServers"_s)->text();
+            Picture(u"server-browser"_s, dialog);
             Find<QPushButton>(dialog, u"cmdJoin"_s)->click();
         });
         Find<QPushButton>(b.main, u"cmdJoin"_s)->click();
@@ -398,6 +417,7 @@ private Q_SLOTS:
         QCOMPARE(b.S().PlayerCount(), 2);
         QCOMPARE(b.Transcript(), GameLine(u"Welcome! 2 player(s) on Linkhop Server 1.04 (beta)"_s));
         QVERIFY(!b.Chooser());
+        QTRY_COMPARE_WITH_TIMEOUT(Misplaced(b), QString(), kPatienceMs);
         QTRY_VERIFY(a.Transcript().endsWith(GameLine(u"Bob has joined the game."_s)));
         for (const Client* c : {&a, &b}) {
             QCOMPARE(Text(c->Chat(), u"lblPlayers"_s), u"Players (2):"_s);
@@ -445,7 +465,7 @@ private Q_SLOTS:
         QVERIFY(!chooser->cmdVerify->isEnabled());
         QCOMPARE(chooser->txtInitial->text(), m_initial);
         QCOMPARE(chooser->txtDestination->text(), m_destination);
-        Picture(u"word-chooser"_s, chooser);
+        PictureWithout(b, u"word-chooser"_s, chooser);
         chooser->cmdStartGame->click();
         QTRY_VERIFY(!a.Chooser());
 
