@@ -223,6 +223,7 @@ class tst_endtoend : public QObject
     RecordingLauncher m_noLauncher; // the joining player never starts a server
     std::unique_ptr<Client> m_alice;
     std::unique_ptr<Client> m_bob;
+    std::unique_ptr<Client> m_carol;
     bool m_broken = false;
     QString m_initial, m_destination, m_via;
 
@@ -252,6 +253,36 @@ class tst_endtoend : public QObject
         for (QWidget* w : windows)
             w->show();
         QTest::qWait(500);
+    }
+
+    // What the server browser showed while a player joined through it.
+    struct Joining
+    {
+        QString caption;
+        QString listed; // the first active server
+        QString picked; // the address that clicking it put in the address box
+    };
+    // Join Game with the server's address remembered: picks the first active server in the server
+    // browser and joins it.
+    Joining JoinThroughTheServerBrowser(Client& c, const QString& picture = {}) const
+    {
+        c.S().SaveOption(u"Servers"_s, Address());
+        c.OpenMain();
+        Joining seen;
+        WhenModal<frmServers>([&](frmServers* dialog) {
+            seen.caption = dialog->windowTitle();
+            auto* active = Find<QListWidget>(dialog, u"lstActive"_s);
+            WaitUntil([&] { return active->count() > 0; }, kPatienceMs);
+            if (active->count() == 0) return Find<QPushButton>(dialog, u"cmdCancel"_s)->click();
+            seen.listed = active->item(0)->text();
+            QTest::mouseClick(active->viewport(), Qt::LeftButton, {},
+                              active->visualItemRect(active->item(0)).center());
+            seen.picked = Find<SimpleCombo>(dialog, u"cmbServers"_s)->text();
+            if (!picture.isEmpty()) Picture(picture, dialog);
+            Find<QPushButton>(dialog, u"cmdJoin"_s)->click();
+        });
+        Find<QPushButton>(c.main, u"cmdJoin"_s)->click();
+        return seen;
     }
 
     // Where the session's windows are against where they belong: the chat in the screen's top-left
@@ -299,6 +330,7 @@ private Q_SLOTS:
         const SiteConfig site{m_wiki.Host(), m_wiki.Host()};
         m_alice = std::make_unique<Client>(u"Alice"_s, site, m_launcher);
         m_bob = std::make_unique<Client>(u"Bob"_s, site, m_noLauncher);
+        m_carol = std::make_unique<Client>(u"Carol"_s, site, m_noLauncher);
 
         // The host's program folder holds the server program and the article list it draws from. A
         // copy, not a link: the server reads its options from the folder its file is in.
@@ -328,6 +360,7 @@ private Q_SLOTS:
     {
         StopModalWaits();
         m_launcher.Kill();
+        m_carol.reset();
         m_bob.reset();
         m_alice.reset();
     }
@@ -388,27 +421,10 @@ private Q_SLOTS:
     {
         Client& a = *m_alice;
         Client& b = *m_bob;
-        b.S().SaveOption(u"Servers"_s, Address());
-        b.OpenMain();
-        QVERIFY(QTest::qWaitForWindowExposed(b.main));
-
-        QString caption, listed, picked;
-        WhenModal<frmServers>([&](frmServers* dialog) {
-            caption = dialog->windowTitle();
-            auto* active = Find<QListWidget>(dialog, u"lstActive"_s);
-            WaitUntil([&] { return active->count() > 0; }, kPatienceMs);
-            if (active->count() == 0) return Find<QPushButton>(dialog, u"cmdCancel"_s)->click();
-            listed = active->item(0)->text();
-            QTest::mouseClick(active->viewport(), Qt::LeftButton, {},
-                              active->visualItemRect(active->item(0)).center());
-            picked = Find<SimpleCombo>(dialog, u"cmbServers"_s)->text();
-            Picture(u"server-browser"_s, dialog);
-            Find<QPushButton>(dialog, u"cmdJoin"_s)->click();
-        });
-        Find<QPushButton>(b.main, u"cmdJoin"_s)->click();
-        QCOMPARE(caption, u"Join a Game"_s);
-        QCOMPARE(listed, Address() + u" (1)"_s);
-        QCOMPARE(picked, Address());
+        const Joining seen = JoinThroughTheServerBrowser(b, u"server-browser"_s);
+        QCOMPARE(seen.caption, u"Join a Game"_s);
+        QCOMPARE(seen.listed, Address() + u" (1)"_s);
+        QCOMPARE(seen.picked, Address());
         QTRY_COMPARE_WITH_TIMEOUT(b.handedOver->size(), 1, kPatienceMs);
         QTRY_VERIFY(!b.main);
 
@@ -432,6 +448,13 @@ private Q_SLOTS:
         QCOMPARE(txtSend->text(), QString());
         for (const Client* c : {&a, &b})
             QTRY_VERIFY(c->Transcript().endsWith(u"\r\nBob: Hello, Alice!"_s));
+        // The server's time goes to the one who asked.
+        auto* txtSendA = Find<QLineEdit>(a.Chat(), u"txtSend"_s);
+        QTest::keyClicks(txtSendA, u" /TIME "_s);
+        QTest::keyClick(txtSendA, Qt::Key_Return);
+        QTRY_VERIFY(a.Transcript().section(u"\r\n"_s, -1).startsWith(u"Current Time: "_s));
+        QVERIFY2(a.Transcript().section(u"\r\n"_s, -1).contains(u" on "_s), qPrintable(a.Transcript()));
+        QVERIFY(!b.Transcript().contains(u"Current Time"_s));
     }
 
     void firstRoundOnRandomWords()
@@ -508,6 +531,7 @@ private Q_SLOTS:
     {
         Client& a = *m_alice;
         Client& b = *m_bob;
+        Client& carol = *m_carol;
         frmWinner* chooser = b.Chooser();
         QVERIFY(chooser);
 
@@ -527,14 +551,33 @@ private Q_SLOTS:
             QCOMPARE(c->Board(u"lblNextWord"_s), u"New York City"_s);
         }
 
-        // Alice opens a talk page: out of the round, back on the main page, and both are told.
+        // Carol joins while the round is under way, and enters it on its first article.
+        const Joining seen = JoinThroughTheServerBrowser(carol);
+        QCOMPARE(seen.listed, Address() + u" (2)"_s);
+        QTRY_COMPARE_WITH_TIMEOUT(carol.handedOver->size(), 1, kPatienceMs);
+        QTRY_VERIFY_WITH_TIMEOUT(carol.S().InRound && carol.Loaded(), kPatienceMs);
+        QCOMPARE(carol.PageTitle(), m_wiki.ArticleTitle(u"Apple"));
+        QCOMPARE(carol.Transcript(), GameLine(u"Game is in progress; joining..."_s) + u"\r\n"_s +
+                                         GameLine(u"Welcome! 3 player(s) on Linkhop Server 1.04 (beta)"_s) +
+                                         u"\r\n"_s + GameLine(u"The game has begun!"_s));
+        QCOMPARE(carol.Board(u"lblStartWord"_s), u"Apple"_s);
+        QCOMPARE(carol.Board(u"lblNextWord"_s), u"New York City"_s);
+        for (const Client* c : {&a, &b, &carol}) {
+            QTRY_COMPARE(Text(c->Chat(), u"lblPlayers"_s), u"Players (3):"_s);
+            QCOMPARE(c->Board(u"lblPlayers"_s), u"Alice\r\nBob\r\nCarol\r\n"_s);
+        }
+        for (const Client* c : {&a, &b})
+            QVERIFY(c->Transcript().endsWith(GameLine(u"Carol has joined the game."_s)));
+
+        // Alice opens a talk page: out of the round, back on the main page, and all are told.
         QVERIFY(Click(a, u"Talk:Apple"_s));
         const QString notice =
             GameLine(u"Alice has been disqualified for visiting an illegal page: \"talk\""_s);
-        for (const Client* c : {&a, &b}) {
+        for (const Client* c : {&a, &b, &carol}) {
             QTRY_VERIFY_WITH_TIMEOUT(c->Transcript().contains(notice), kPatienceMs);
             QTRY_COMPARE(c->InGame(u"Alice"_s), u"no"_s);
             QCOMPARE(c->InGame(u"Bob"_s), u"yes"_s);
+            QCOMPARE(c->InGame(u"Carol"_s), u"yes"_s);
         }
         QTRY_VERIFY_WITH_TIMEOUT(a.PageTitle() == m_wiki.ArticleTitle(u"Main Page") && a.Loaded(),
                                  kPatienceMs);
@@ -543,40 +586,59 @@ private Q_SLOTS:
         QVERIFY(a.S().InRound);
         QVERIFY(b.S().InRound);
 
-        // Bob goes on through the redirect to the destination and wins alone.
+        // Bob goes on through the redirect to the destination and wins.
         QVERIFY(Click(b, u"Big Apple"_s));
-        for (const Client* c : {&a, &b}) {
+        for (const Client* c : {&a, &b, &carol}) {
             QTRY_VERIFY_WITH_TIMEOUT(c->Transcript().endsWith(GameLine(u"Bob now chooses the next words."_s)),
                                      kPatienceMs);
             QVERIFY2(c->Transcript().endsWith(GameLine(u"Bob has won the round in 1 clicks!"_s) + u"\r\n"_s +
                                               Route({u"Apple"_s, u"New York City"_s}) + u"\r\n"_s +
                                               GameLine(u"Bob now chooses the next words."_s)),
                      qPrintable(c->Transcript()));
-            QTRY_COMPARE(c->Board(u"lblScores"_s), u"0 / 1 / 0\r\n2 / 3 / 1\r\n"_s);
+            QTRY_COMPARE(c->Board(u"lblScores"_s), u"0 / 1 / 0\r\n2 / 3 / 1\r\n0 / 0 / 0\r\n"_s);
         }
         QCOMPARE(b.Caption(), u"Linkhop - New York City"_s);
         QVERIFY(b.Chooser() && b.Chooser()->isVisible());
         QVERIFY(!a.Chooser());
+        QVERIFY(!carol.Chooser());
     }
 
-    void serverShutdownEndsBothSessions()
+    void leavingChooserHandsTheWordsOn()
     {
         Client& a = *m_alice;
         Client& b = *m_bob;
+        // Bob, who chooses next, closes his game window: his session ends, and Alice chooses.
+        b.Game()->close();
+        QCOMPARE(b.programEnd.endings, QList<int>{0});
+        QVERIFY(!b.Chat() && !b.Scores() && !b.Chooser());
+        for (const Client* c : {&a, m_carol.get()}) {
+            QTRY_VERIFY_WITH_TIMEOUT(c->Transcript().endsWith(GameLine(u"Bob has left the game."_s)),
+                                     kPatienceMs);
+            QCOMPARE(Text(c->Chat(), u"lblPlayers"_s), u"Players (2):"_s);
+            QCOMPARE(c->Board(u"lblPlayers"_s), u"Alice\r\nCarol\r\n"_s);
+            QCOMPARE(c->Board(u"lblScores"_s), u"0 / 1 / 0\r\n0 / 0 / 0\r\n"_s);
+            QTRY_COMPARE(c->S().ChooserName, u"Alice"_s);
+        }
+        // The longest present chooses now.
+        QTRY_VERIFY_WITH_TIMEOUT(a.Chooser() && a.Chooser()->isVisible(), kPatienceMs);
+        QVERIFY(!m_carol->Chooser());
+    }
+
+    void serverShutdownEndsTheSessions()
+    {
         m_launcher.Terminate();
-        for (const Client* c : {&a, &b}) {
+        for (const Client* c : {m_alice.get(), m_carol.get()}) {
             QTRY_COMPARE_WITH_TIMEOUT(c->programEnd.endings, QList<int>{0}, kPatienceMs);
-            QVERIFY(!c->Game() || !c->Game()->isVisible());
-            QVERIFY(!c->Chat());
-            QVERIFY(!c->Scores());
-            QVERIFY(!c->Chooser());
-            // The only message either player saw.
+            QVERIFY(!c->Game()->isVisible());
+            QVERIFY(!c->Chat() && !c->Scores() && !c->Chooser());
+            // The only message they saw.
             QCOMPARE(c->prompts.MessageTexts(), QStringList{kDisconnected});
         }
         QTRY_COMPARE_WITH_TIMEOUT(m_launcher.Current()->state(), QProcess::NotRunning, kPatienceMs);
         QCOMPARE(m_launcher.Current()->exitStatus(), QProcess::NormalExit);
         QCOMPARE(m_launcher.Current()->exitCode(), 0);
         QVERIFY(m_launcher.Output().contains(u"shutdown: disconnected 2 players"_s));
+        QCOMPARE(m_bob->prompts.MessageTexts(), QStringList());
     }
 };
 
