@@ -1,7 +1,7 @@
 // Two rounds of the whole game on loopback: the real LinkhopServer started by the hosting client
-// from its own program folder, two real clients in this process, each with its own folder and a
-// WebEngine browser, and the test encyclopedia. The steps run in order and share their state; a
-// step that fails skips the ones after it.
+// from its own program folder, real clients in this process (two, and a third that joins during
+// the second round), each with its own folder and a WebEngine browser, and the test encyclopedia.
+// The steps run in order and share their state; a step that fails skips the ones after it.
 //
 // With LINKHOP_SCREENSHOTS naming a folder, and a real X screen, the test also saves the pictures
 // of the documentation there (scripts/screenshots.sh).
