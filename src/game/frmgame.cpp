@@ -8,6 +8,7 @@
 #include "panels/frmscores.h"
 #include "panels/frmwinner.h"
 #include "platform/browser.h"
+#include "platform/placement.h"
 #include "platform/twips.h"
 
 #include <QCloseEvent>
@@ -58,6 +59,7 @@ frmGame::frmGame(Session& session) : QWidget(nullptr), m_session(session), m_dis
 
     InitGame();
     Place();
+    PlaceAgainOnceFramed(*this, [this] { Place(); });
     Disconnected = false;
     ScoreIndex = 1;
     tmrGetScores->start();

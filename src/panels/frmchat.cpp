@@ -2,6 +2,7 @@
 
 #include "core/messages.h"
 #include "game/session.h"
+#include "platform/placement.h"
 #include "platform/redraw.h"
 #include "platform/twips.h"
 
@@ -79,14 +80,18 @@ frmChat::frmChat(Session& session) : QWidget(nullptr), m_session(session)
     connect(cmdSend, &QPushButton::clicked, this, &frmChat::Send);
     txtSend->installEventFilter(this);
 
-    // The native window now, so that the frame is known to the placement below and to whoever
-    // reads the outer height before the window is shown.
-    create();
     // The frame goes to the screen's top-left corner. The design's frame (45 twips of border at
     // the left, 315 of border and title bar at the top) puts the client area 45 and 315 twips in;
     // another frame puts it as far in as that frame is thick. Keeping the frame at the corner is
-    // what lets the scoreboard hang directly below at the chat window's outer height.
-    move(screen()->geometry().topLeft());
+    // what lets the scoreboard hang directly below at the chat window's outer height. The place is
+    // given before the native window exists: the corner is where a new window stands anyway, so a
+    // move afterwards would tell the window manager nothing, and it would put the window anywhere.
+    const auto place = [this] { move(screen()->geometry().topLeft()); };
+    place();
+    // The native window now, so that where the platform knows frames before a window shows, the
+    // outer height is known to whoever reads it.
+    create();
+    PlaceAgainOnceFramed(*this, place);
 
     UpdateList();
 }

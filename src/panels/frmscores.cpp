@@ -2,6 +2,7 @@
 
 #include "frmchat.h"
 #include "game/session.h"
+#include "platform/placement.h"
 #include "platform/redraw.h"
 #include "platform/twips.h"
 
@@ -87,13 +88,19 @@ frmScores::frmScores(Session& session) : QWidget(nullptr), m_session(session)
 
     // The native window now, so that the frame is known when the outer size is set.
     create();
-    // Directly below the chat window, which stands at the top of the screen, down to the free
-    // strip at the bottom.
+    Place();
+    PlaceAgainOnceFramed(*this, [this] { Place(); });
+}
+
+// Directly below the chat window, which stands at the top of the screen, down to the free strip at
+// the bottom.
+void frmScores::Place()
+{
     const QRect screenArea = screen()->geometry();
     const frmChat* chat = m_session.OpenChat();
     const int chatHeight = chat ? chat->frameGeometry().height() : 0;
     SetOuterGeometry(*this, QRect(screenArea.left(), screenArea.top() + chatHeight, OuterWidth,
-                           screenArea.height() - chatHeight - BottomStrip));
+                                  screenArea.height() - chatHeight - BottomStrip));
 }
 
 frmScores::~frmScores() = default;

@@ -46,6 +46,7 @@ protected:
     void paintEvent(QPaintEvent* event) override;
 
 private:
+    void Place();
     void LayOut();
 
     Session& m_session;
