@@ -3,6 +3,9 @@
 // queued call, so that a round's start waiting for its first page receives the following ones
 // nested. After every datagram the roster must hold no two names equal ignoring case, and every
 // input must be handled within a few seconds.
+//
+// An input whose first line is "#nobrowser" runs in a session whose browser factory gives none,
+// as the client's does until it has a browser to give.
 #include "clientfakes.h"
 #include "core/wire.h"
 #include "game/dispatcher.h"
@@ -29,6 +32,7 @@ namespace {
 // Short waits for the round's first page keep an input with many round starts quick.
 constexpr int kFirstPageWaitMs = 20;
 constexpr int kInputLimitMs = 5000;
+constexpr QByteArrayView kNoBrowser = "#nobrowser\n";
 
 [[noreturn]] void Fail(const char* what)
 {
@@ -108,7 +112,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     StartApplication();
 
     std::deque<QString> datagrams;
-    const QByteArrayView input(reinterpret_cast<const char*>(data), qsizetype(size));
+    QByteArrayView input(reinterpret_cast<const char*>(data), qsizetype(size));
+    const bool withBrowser = !input.startsWith(kNoBrowser);
+    if (!withBrowser) input = input.sliced(kNoBrowser.size());
     qsizetype from = 0;
     while (from <= input.size()) {
         qsizetype end = input.sliced(from).indexOf('\n');
@@ -119,6 +125,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 
     {
         TestClient client;
+        client.giveBrowsers = withBrowser;
         Session& s = *client.session;
         s.PlayerName = u"ann"_s;
         for (const QString& name : {u"ann"_s, u"Bo"_s, u"cy"_s}) s.AddPlayer(name);

@@ -23,8 +23,10 @@ namespace {
 // the roster holds `names`, the own name is the first of them.
 struct Fixture
 {
-    explicit Fixture(const QStringList& names = {u"ann"_s, u"bo"_s, u"cy"_s}, bool joinInProgress = false)
+    explicit Fixture(const QStringList& names = {u"ann"_s, u"bo"_s, u"cy"_s}, bool joinInProgress = false,
+                     bool withBrowser = true)
     {
+        client.giveBrowsers = withBrowser;
         if (!server.Listen()) qFatal("the scripted server cannot bind port 7200");
         Session& s = S();
         s.ServerAddress = TestAddress().toString();
@@ -37,7 +39,7 @@ struct Fixture
         OpenSessionWindows(s, false, QString());
         game = s.Game();
         browser = client.LastBrowser();
-        browser->titleFor = [](const QString& url) {
+        if (browser) browser->titleFor = [](const QString& url) {
             const qsizetype at = url.indexOf(u"search="_s);
             return at < 0 ? u"Wikipedia, the free encyclopedia"_s
                           : url.mid(at + 7).section(u'&', 0, 0) + u" - Wikipedia, the free encyclopedia"_s;
@@ -321,6 +323,26 @@ private Q_SLOTS:
         QVERIFY(f.Transcript().endsWith(u"GAME: Destination page randomized: \"Banana split\""_s));
         QCOMPARE(chooser.txtInitial->text(), u"Apple"_s);
         QCOMPARE(chooser.txtDestination->text(), u"Banana split"_s);
+    }
+
+    // The client's browser factory may give none: reactions that open pages do all the rest.
+    void reactionsWithoutABrowser()
+    {
+        Fixture f({u"ann"_s, u"bo"_s}, false, false);
+        QVERIFY(!f.game->wbMain);
+        f.Deliver({u"NAVIGATE URL=Pear;"_s, u"NEWGAME NAME=ann;"_s, u"SETRANDOM SRC=1;URL=Apple;"_s,
+                   u"STARTGAME COUNT=1;WORD0=Apple;WORD1=Banana;"_s});
+        QCOMPARE(f.S().OpenWinner()->txtInitial->text(), u"Apple"_s);
+        QCOMPARE(f.game->LastReported, u"Apple"_s);
+        QVERIFY(f.S().InRound);
+        QCOMPARE(f.S().RoutePath, u"Apple\r"_s);
+        QCOMPARE(f.S().Words.at(1), u"Banana"_s);
+
+        f.S().CurrentArticle = u"talk"_s;
+        f.Deliver(u"DISQUALIFY"_s);
+        QCOMPARE(f.S().Player(1).InGame, u"no"_s);
+        QCOMPARE(f.Sent(u"CHAT"_s),
+                 QStringList{u"CHAT NAME=GAME;TEXT=ann has been disqualified for visiting an illegal page: \"talk\""_s});
     }
 
     void startGame_data()

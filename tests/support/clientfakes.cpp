@@ -74,7 +74,8 @@ TestClient::TestClient()
     services.prompts = &prompts;
     services.launcher = &launcher;
     services.programEnd = &programEnd;
-    services.createBrowser = [this](QWidget* parent) {
+    services.createBrowser = [this](QWidget* parent) -> Browser* {
+        if (!giveBrowsers) return nullptr;
         auto* browser = new ScriptedBrowser(parent);
         browsers.append(browser);
         return browser;
