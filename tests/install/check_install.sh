@@ -7,7 +7,7 @@ set -euo pipefail
 cmake=$1
 build=$2
 client=$3
-address=${LINKHOP_TEST_ADDRESS:-127.0.0.1}
+address=${LINKHOP_TEST_ADDRESS:-127.0.0.2}
 
 work=$(mktemp -d "${TMPDIR:-/tmp}/linkhop-install.XXXXXX")
 folder="$work/Linkhop folder"
