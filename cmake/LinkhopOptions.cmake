@@ -18,7 +18,11 @@ if(LINKHOP_SANITIZE)
     target_link_options(linkhop_options INTERFACE -fsanitize=address,undefined)
 endif()
 if(LINKHOP_FUZZ)
+    if(NOT CMAKE_CXX_COMPILER_ID MATCHES "Clang")
+        message(FATAL_ERROR "LINKHOP_FUZZ needs clang and libFuzzer: configure with -DCMAKE_CXX_COMPILER=clang++")
+    endif()
     # Coverage for the libraries the fuzz targets drive, not only for the targets themselves.
-    target_compile_options(linkhop_options INTERFACE -fsanitize=fuzzer-no-link,address,undefined -fno-omit-frame-pointer)
+    target_compile_options(linkhop_options INTERFACE -fsanitize=fuzzer-no-link,address,undefined
+        -fno-sanitize-recover=undefined -fno-omit-frame-pointer)
     target_link_options(linkhop_options INTERFACE -fsanitize=address,undefined)
 endif()

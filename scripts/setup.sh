@@ -1,6 +1,9 @@
 #!/usr/bin/env bash
 # Installs the Debian packages Linkhop needs to build, run and test, and nothing that is already
 # installed. Uses sudo when not run as root.
+#   scripts/setup.sh [--fuzz] [package...]
+#   --fuzz   also clang, libFuzzer's runtime (libclang-rt-dev, on Debian 12 libclang-rt-14-dev,
+#            which holds libclang_rt.fuzzer) and llvm (llvm-symbolizer for readable crash stacks)
 set -euo pipefail
 
 packages=(
@@ -8,7 +11,12 @@ packages=(
     qt6-base-dev qt6-webengine-dev libgl-dev
     fonts-liberation
 )
-packages+=("$@")
+for arg in "$@"; do
+    case $arg in
+        --fuzz) packages+=(clang libclang-rt-dev llvm) ;;
+        *) packages+=("$arg") ;;
+    esac
+done
 
 missing=()
 for package in "${packages[@]}"; do

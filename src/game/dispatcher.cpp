@@ -34,6 +34,12 @@ void SessionDispatcher::Handle(const QString& message)
     if (!reply.isEmpty() && !m_session.Ended()) m_game.SendData(reply);
 }
 
+void SessionDispatcher::Open(const QString& url)
+{
+    // A session may have no browser (its factory gave none): the reaction goes on without a page.
+    if (m_game.wbMain) m_game.wbMain->Navigate(url);
+}
+
 void SessionDispatcher::ShowWordChooser()
 {
     frmWinner& chooser = m_session.Winner();
@@ -141,20 +147,20 @@ QString SessionDispatcher::React(const QString& message, const QString& verb)
     if (verb == verb::DISQUALIFY) {
         const qint32 i = s.FindPlayer(s.PlayerName);
         s.Player(i).InGame = u"no"_s;
-        m_game.wbMain->Navigate(s.Site().MainPage());
+        Open(s.Site().MainPage());
         m_game.SendData(msg::DisqualifiedNotice(s.PlayerName, s.CurrentArticle));
         return {};
     }
 
     if (verb == verb::NAVIGATE) {
-        m_game.wbMain->Navigate(s.Site().Search(param(u"URL")));
+        Open(s.Site().Search(param(u"URL")));
         return {};
     }
 
     if (verb == verb::SETRANDOM) {
         const QString url = param(u"URL");
         const QString src = param(u"SRC");
-        m_game.wbMain->Navigate(s.Site().Search(url));
+        Open(s.Site().Search(url));
         m_game.Navigation.LastReported = url;
         if (src == u"1"_s)
             s.Chat().AddChat(kGame, u"Initial page randomized: \""_s + url + u'"');
@@ -178,7 +184,7 @@ void SessionDispatcher::StartGame(const QString& message)
     Session& s = m_session;
     s.CurrentArticle = GetParam(message, u"WORD0");
     s.RoutePath = s.CurrentArticle + u'\r';
-    m_game.wbMain->Navigate(s.Site().Search(s.CurrentArticle));
+    Open(s.Site().Search(s.CurrentArticle));
 
     // Other datagrams, timer ticks and the browser's notifications run meanwhile, to completion.
     QPointer<Browser> browser = m_game.wbMain;

@@ -28,6 +28,7 @@ private:
     // Returns the reply to send, empty for none; throws Fault.
     QString React(const QString& message, const QString& verb);
     void StartGame(const QString& message);
+    void Open(const QString& url);
     void ShowWordChooser();
 
     Session& m_session;

@@ -27,6 +27,8 @@ public:
 
     void SendData(const QString& Text);
     void InitGame();
+    // The reactions to the session socket's datagrams, for callers that feed them directly.
+    SessionDispatcher& Dispatcher() { return m_dispatcher; }
 
     Browser* wbMain = nullptr;
     UdpEndpoint* wsGame = nullptr;

@@ -23,15 +23,17 @@ namespace {
 // The fixture with a roster of its own and, optionally, a round already running at the join.
 struct Fixture : RunningSession
 {
-    explicit Fixture(const QStringList& names = {u"ann"_s, u"bo"_s, u"cy"_s}, bool joinInProgress = false)
-        : RunningSession(Make(names, joinInProgress))
+    explicit Fixture(const QStringList& names = {u"ann"_s, u"bo"_s, u"cy"_s}, bool joinInProgress = false,
+                     bool withBrowser = true)
+        : RunningSession(Make(names, joinInProgress, withBrowser))
     {
     }
-    static Options Make(const QStringList& names, bool joinInProgress)
+    static Options Make(const QStringList& names, bool joinInProgress, bool withBrowser)
     {
         Options options;
         options.names = names;
         options.joinInProgress = joinInProgress;
+        options.withBrowser = withBrowser;
         return options;
     }
     QString Label(const char* name) { return ScoreLabel(name); }
@@ -285,6 +287,26 @@ private Q_SLOTS:
         QVERIFY(f.Transcript().endsWith(u"GAME: Destination page randomized: \"Banana split\""_s));
         QCOMPARE(chooser.txtInitial->text(), u"Apple"_s);
         QCOMPARE(chooser.txtDestination->text(), u"Banana split"_s);
+    }
+
+    // The client's browser factory may give none: reactions that open pages do all the rest.
+    void reactionsWithoutABrowser()
+    {
+        Fixture f({u"ann"_s, u"bo"_s}, false, false);
+        QVERIFY(!f.game->wbMain);
+        f.Deliver({u"NAVIGATE URL=Pear;"_s, u"NEWGAME NAME=ann;"_s, u"SETRANDOM SRC=1;URL=Apple;"_s,
+                   u"STARTGAME COUNT=1;WORD0=Apple;WORD1=Banana;"_s});
+        QCOMPARE(f.S().OpenWinner()->txtInitial->text(), u"Apple"_s);
+        QCOMPARE(f.game->Navigation.LastReported, u"Apple"_s);
+        QVERIFY(f.S().InRound);
+        QCOMPARE(f.S().RoutePath, u"Apple\r"_s);
+        QCOMPARE(f.S().Words.at(1), u"Banana"_s);
+
+        f.S().CurrentArticle = u"talk"_s;
+        f.Deliver(u"DISQUALIFY"_s);
+        QCOMPARE(f.S().Player(1).InGame, u"no"_s);
+        QCOMPARE(f.Sent(u"CHAT"_s),
+                 QStringList{u"CHAT NAME=GAME;TEXT=ann has been disqualified for visiting an illegal page: \"talk\""_s});
     }
 
     void startGame_data()

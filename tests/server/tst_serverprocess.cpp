@@ -53,7 +53,8 @@ private Q_SLOTS:
         server.terminate(); // SIGTERM
         QCOMPARE(ann.Next(), u"DISCONNECT"_s);
         QCOMPARE(bo.Next(), u"DISCONNECT"_s);
-        QVERIFY(server.waitForFinished(5000));
+        // Waiting for the notices lets events run, so the program's end may have been seen already.
+        QVERIFY(server.state() == QProcess::NotRunning || server.waitForFinished(5000));
         QCOMPARE(server.exitStatus(), QProcess::NormalExit);
         QCOMPARE(server.exitCode(), 0);
 

@@ -75,6 +75,7 @@ TestClient::TestClient(BrowserFactory browsers)
     services.launcher = &launcher;
     services.programEnd = &programEnd;
     services.createBrowser = browsers ? std::move(browsers) : [this](QWidget* parent) -> Browser* {
+        if (!giveBrowsers) return nullptr;
         auto* browser = new ScriptedBrowser(parent);
         this->browsers.append(browser);
         return browser;

@@ -90,6 +90,8 @@ struct TestClient
     RecordingLauncher launcher;
     RecordingProgramEnd programEnd;
     QList<QPointer<ScriptedBrowser>> browsers;
+    // False: the browser factory gives none, as the client's does until it has one to give.
+    bool giveBrowsers = true;
     std::unique_ptr<Session> session;
     ScriptedBrowser* LastBrowser() const { return browsers.isEmpty() ? nullptr : browsers.last().data(); }
 };

@@ -15,7 +15,7 @@ namespace linkhop::test {
 QHostAddress TestAddress()
 {
     const QByteArray configured = qgetenv("LINKHOP_TEST_ADDRESS");
-    return QHostAddress(configured.isEmpty() ? u"127.0.0.1"_s : QString::fromLatin1(configured));
+    return QHostAddress(configured.isEmpty() ? u"127.0.0.2"_s : QString::fromLatin1(configured));
 }
 
 bool WaitUntil(const std::function<bool()>& done, int timeoutMs)

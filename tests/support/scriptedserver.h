@@ -10,9 +10,9 @@
 
 namespace linkhop::test {
 
-// Loopback address for scripted servers and the test encyclopedia: 127.0.0.1 unless the
+// Loopback address for scripted servers and the test encyclopedia: 127.0.0.2 unless the
 // environment variable LINKHOP_TEST_ADDRESS names another loopback address, so that several
-// test runs can share a machine.
+// test runs can share a machine. Not 127.0.0.1, which the host dialog refuses to host at.
 QHostAddress TestAddress();
 
 // Lets events run until `done` holds or `timeoutMs` passes; returns whether `done` held.

@@ -14,6 +14,7 @@ namespace linkhop::test {
 
 RunningSession::RunningSession(Options options) : client(std::move(options.browsers))
 {
+    client.giveBrowsers = options.withBrowser;
     if (!server.Listen()) qFatal("the scripted server cannot bind port 7200");
     Session& s = S();
     s.SetSite(options.site);

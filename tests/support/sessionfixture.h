@@ -21,6 +21,7 @@ struct RunningSession
         // The game window's browser: a ScriptedBrowser whose titles name the searched word,
         // unless a factory (and the site it shows) is given.
         BrowserFactory browsers;
+        bool withBrowser = true; // false: the session's factory gives no browser at all
         SiteConfig site{QStringLiteral("wiki.test"), QStringLiteral("wiki.test")};
     };
     RunningSession() : RunningSession(Options()) {}
