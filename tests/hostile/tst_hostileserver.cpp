@@ -1,0 +1,208 @@
+// A client facing a server that means it harm: floods, every verb with broken fields, datagrams of
+// the largest size, rounds announced over and over, disconnections repeated. The client must keep
+// its event loop turning and its state consistent, and end only when told to disconnect.
+#include "clientfakes.h"
+#include "core/localport.h"
+#include "core/messages.h"
+#include "core/udpendpoint.h"
+#include "core/wire.h"
+#include "flood.h"
+#include "game/dispatcher.h"
+#include "game/frmgame.h"
+#include "lobby/frmmain.h"
+#include "lobby/frmservers.h"
+#include "lobby/simplecombo.h"
+#include "lobbytest.h"
+#include "panels/frmchat.h"
+#include "panels/frmscores.h"
+#include "panels/frmwinner.h"
+#include "scriptedserver.h"
+
+#include <QDeadlineTimer>
+#include <QLabel>
+#include <QLineEdit>
+#include <QListWidget>
+#include <QPlainTextEdit>
+#include <QPointer>
+#include <QPushButton>
+#include <QRandomGenerator>
+#include <QSet>
+#include <QUdpSocket>
+#include <QtTest>
+#include <memory>
+
+using namespace Qt::Literals::StringLiterals;
+using namespace linkhop;
+using namespace linkhop::test;
+
+namespace {
+
+// The largest payload of one UDP datagram over IPv4.
+constexpr int kMaxPayload = 65507;
+// However the server behaves, the event loop is never kept from other events longer than this.
+constexpr double kMaxHeldMs = 100;
+
+#define VERIFY_RESPONSIVE(heartbeat)                                                                         \
+    QVERIFY2((heartbeat).LongestHeldMs() < kMaxHeldMs,                                                       \
+             qPrintable(u"event loop held for %1 ms"_s.arg((heartbeat).LongestHeldMs())))
+#define VERIFY_CONSISTENT(broken)                                                                            \
+    do {                                                                                                     \
+        const QString what = (broken);                                                                       \
+        QVERIFY2(what.isEmpty(), qPrintable(what));                                                          \
+    } while (false)
+
+QString Repeat(QStringView piece, qsizetype size)
+{
+    QString text;
+    text.reserve(size);
+    while (text.size() < size)
+        text += piece;
+    text.truncate(size);
+    return text;
+}
+
+// `head` + filler + `tail`, as long as one datagram can be.
+QString Huge(const QString& head, const QString& tail = {}, QStringView filler = u"x")
+{
+    return head + Repeat(filler, kMaxPayload - head.size() - tail.size()) + tail;
+}
+
+QStringList Names(const SessionData& s)
+{
+    QStringList names;
+    for (const PlayerRecord& p : s.Players())
+        names.append(p.Name);
+    return names;
+}
+
+// What must hold for a session whatever its server sent; empty when it does. Refreshes the panels
+// as their owners would, and checks that what they show follows the roster.
+QString Broken(Session& s, const RecordingProgramEnd& programEnd)
+{
+    if (s.Ended() || !programEnd.endings.isEmpty()) return u"the program ended"_s;
+    QSet<QString> seen;
+    for (const PlayerRecord& p : s.Players()) {
+        if (seen.contains(p.Name.toLower())) return u"two players named "_s + p.Name.left(40);
+        seen.insert(p.Name.toLower());
+    }
+    frmChat* chat = s.OpenChat();
+    frmScores* scores = s.OpenScores();
+    if (!chat || !scores || !s.Game()) return u"a session window closed"_s;
+
+    const auto* list = chat->findChild<QListWidget*>(u"lstPlayers"_s);
+    QStringList listed;
+    for (int i = 0; i < list->count(); ++i)
+        listed.append(list->item(i)->text());
+    if (listed != Names(s))
+        return u"the chat lists %1 names for %2 players"_s.arg(listed.size()).arg(s.PlayerCount());
+    const QString caption = chat->findChild<QLabel*>(u"lblPlayers"_s)->text();
+    if (caption != u"Players ("_s + QString::number(s.PlayerCount()) + u"):")
+        return u"the chat's count reads "_s + caption;
+
+    // Whatever lines came before, one more leaves at most 100.
+    chat->AddChat(u"check"_s, u"line"_s);
+    if (const qsizetype lines = chat->Transcript().count(u"\r\n"_s) + 1; lines > 100)
+        return u"the transcript holds %1 lines"_s.arg(lines);
+    // The text box shows the transcript as a fresh box would.
+    QPlainTextEdit fresh;
+    fresh.setPlainText(chat->Transcript());
+    if (chat->findChild<QPlainTextEdit*>(u"txtChat"_s)->toPlainText() != fresh.toPlainText())
+        return u"the chat's text box differs from its transcript"_s;
+
+    scores->UpdateList(true, true, true, true);
+    QString names, points, pings;
+    for (const PlayerRecord& p : s.Players()) {
+        names += p.Name + u"\r\n";
+        points += u"%1 / %2 / %3\r\n"_s.arg(p.Wins).arg(p.Clicks).arg(p.RoundClicks);
+        pings += QString::number(p.Ping) + u"ms\r\n";
+    }
+    const auto column = [&](const QString& name) { return scores->findChild<QLabel*>(name)->text(); };
+    if (column(u"lblPlayers"_s) != names) return u"the scoreboard's names differ from the roster"_s;
+    if (column(u"lblScores"_s) != points) return u"the scoreboard's scores differ from the roster"_s;
+    if (column(u"lblPings"_s) != pings) return u"the scoreboard's pings differ from the roster"_s;
+    return {};
+}
+
+// A client after its handshake, talking to a scripted server on the test address.
+struct InSession
+{
+    explicit InSession(const QStringList& names = {u"ann"_s, u"bo"_s, u"cy"_s})
+    {
+        if (!server.Listen()) qFatal("the scripted server cannot bind port 7200");
+        Session& s = S();
+        s.ServerAddress = TestAddress().toString();
+        s.PlayerName = names.value(0);
+        UdpEndpoint probe;
+        s.LocalPort = FindLocalPort(probe);
+        for (const QString& name : names)
+            s.AddPlayer(name);
+        s.ResetGameData();
+        OpenSessionWindows(s, false, QString());
+        game = s.Game();
+        browser = client.LastBrowser();
+        game->tmrGetScores->stop(); // its requests would only crowd what the server records
+        // The first paint of new windows is no flood's doing.
+        QTest::qWait(50);
+    }
+
+    Session& S() { return *client.session; }
+    quint16 Port() { return quint16(S().LocalPort.toUInt()); }
+
+    // Whether the client answers a PING sent behind everything so far: then it has handled it all,
+    // or dropped what it could not keep up with. A PING lost that way is sent again.
+    bool Answers(int timeoutMs = 10000)
+    {
+        QDeadlineTimer deadline(timeoutMs);
+        while (!deadline.hasExpired()) {
+            const QString mark = u"mark"_s + QString::number(++marks);
+            server.SendTo(msg::Ping(mark), Port());
+            const QString pong = msg::Pong(S().PlayerName, mark);
+            if (WaitUntil([&] { return server.ReceivedTexts().contains(pong); }, 1000)) return true;
+        }
+        return false;
+    }
+    void Send(const QStringList& datagrams)
+    {
+        for (const QString& d : datagrams)
+            server.SendTo(d, Port());
+    }
+    QString Broken() { return ::Broken(S(), client.programEnd); }
+
+    TestClient client;
+    ScriptedServer server;
+    QPointer<frmGame> game;
+    QPointer<ScriptedBrowser> browser;
+    int marks = 0;
+};
+
+} // namespace
+
+class tst_hostileserver : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void cleanup() { StopModalWaits(); }
+
+    void longChatLinesStayCheap()
+    {
+        InSession f;
+        Heartbeat heartbeat;
+        for (int i = 0; i < 40; ++i) {
+            const QString n = QString::number(i);
+            f.Send({Huge(u"CHAT NAME=bo;TEXT="_s + n), Huge(u"MESSAGE "_s + n),
+                    Huge(u"PATHIS NAME=bo;PATH="_s, u";"_s, u"\r"), Huge(u"CHAT NAME="_s + n, u";TEXT=x"_s)});
+            QVERIFY(f.Answers());
+        }
+        VERIFY_RESPONSIVE(heartbeat);
+        const QStringList lines = f.S().OpenChat()->Transcript().split(u"\r\n"_s);
+        QVERIFY(std::all_of(lines.cbegin(), lines.cend(),
+                            [](const QString& l) { return l.size() <= frmChat::kMaxLineLength; }));
+        QVERIFY(lines.contains(u"GAME: The winning route was: "_s));
+        VERIFY_CONSISTENT(f.Broken());
+    }
+
+};
+
+QTEST_MAIN(tst_hostileserver)
+#include "tst_hostileserver.moc"
