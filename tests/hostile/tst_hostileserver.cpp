@@ -85,6 +85,7 @@ QString Broken(Session& s, const RecordingProgramEnd& programEnd)
         if (seen.contains(p.Name.toLower())) return u"two players named "_s + p.Name.left(40);
         seen.insert(p.Name.toLower());
     }
+    if (s.PlayerCount() > SessionData::kMaxPlayers) return u"%1 players"_s.arg(s.PlayerCount());
     frmChat* chat = s.OpenChat();
     frmScores* scores = s.OpenScores();
     if (!chat || !scores || !s.Game()) return u"a session window closed"_s;
@@ -199,6 +200,29 @@ private Q_SLOTS:
         QVERIFY(std::all_of(lines.cbegin(), lines.cend(),
                             [](const QString& l) { return l.size() <= frmChat::kMaxLineLength; }));
         QVERIFY(lines.contains(u"GAME: The winning route was: "_s));
+        VERIFY_CONSISTENT(f.Broken());
+    }
+
+    void rosterStaysBounded()
+    {
+        InSession f;
+        for (int i = 0; i < SessionData::kMaxPlayers + 50; i += 50) {
+            QStringList joins;
+            for (int k = i; k < i + 50; ++k)
+                joins.append(msg::Join(QString(u"player"_s + QString::number(k))));
+            f.Send(joins);
+            QVERIFY(f.Answers());
+        }
+        for (int i = 0; i < 20; ++i)
+            f.Send({msg::Join(Repeat(u"n", SessionData::kMaxNameLength + 1)), Huge(u"JOIN NAME="_s, u";"_s),
+                    Huge(u"JOIN NAME="_s + QString::number(i), u";"_s)});
+        QVERIFY(f.Answers());
+        QCOMPARE(f.S().PlayerCount(), SessionData::kMaxPlayers);
+        QCOMPARE(f.S().Player(SessionData::kMaxPlayers).Name, u"player996"_s);
+        // A place freed is a place taken again.
+        f.Send({msg::Leave(u"player5"_s), msg::Join(Repeat(u"n", SessionData::kMaxNameLength))});
+        QVERIFY(f.Answers());
+        QCOMPARE(f.S().Player(SessionData::kMaxPlayers).Name, Repeat(u"n", SessionData::kMaxNameLength));
         VERIFY_CONSISTENT(f.Broken());
     }
 
