@@ -67,6 +67,14 @@ QString Huge(const QString& head, const QString& tail = {}, QStringView filler =
     return head + Repeat(filler, kMaxPayload - head.size() - tail.size()) + tail;
 }
 
+QByteArray Garbage(QRandomGenerator& random, int size)
+{
+    QByteArray bytes(size, '\0');
+    for (char& c : bytes)
+        c = char(random.bounded(256));
+    return bytes;
+}
+
 QStringList Names(const SessionData& s)
 {
     QStringList names;
@@ -176,6 +184,50 @@ struct InSession
     int marks = 0;
 };
 
+// A flood's datagrams: the session's busiest verbs, about players in the roster and out of it,
+// in any letter case, with `pad` characters more in each, and garbage between them.
+QList<QByteArray> MixedFlood(int pad)
+{
+    QList<QByteArray> flood;
+    QRandomGenerator random(7);
+    const QString tail = Repeat(u"z", pad);
+    const QStringList known = {u"ann"_s, u"bo"_s, u"cy"_s};
+    for (int i = 0; i < 512; ++i) {
+        QString name = u"p"_s + QString::number(random.bounded(40));
+        if (random.bounded(2)) name = name.toUpper();
+        const QString player = known[i % known.size()];
+        QString text;
+        switch (i % 8) {
+        case 0:
+            text = msg::ScoreIs(player, i, 2 * i, i % 7, i % 2) + tail;
+            break;
+        case 1:
+            text = msg::PingIs(player, i) + tail;
+            break;
+        case 2:
+            text = msg::Chat(u"p"_s, QString(u"line "_s + QString::number(i) + tail));
+            break;
+        case 3:
+            text = msg::Join(pad > 0 && i % 3 == 0 ? QString(name + tail) : name);
+            break;
+        case 4:
+            text = msg::Leave(name);
+            break;
+        case 5:
+            text = msg::Message(QString(u"notice "_s + QString::number(i) + tail));
+            break;
+        case 6:
+            text = msg::ScoreIs(name, -i, i, -1, true);
+            break;
+        default:
+            flood.append(Garbage(random, 1 + random.bounded(pad + 64)));
+            continue;
+        }
+        flood.append(ToWire(text).left(kMaxPayload));
+    }
+    return flood;
+}
+
 } // namespace
 
 class tst_hostileserver : public QObject
@@ -184,6 +236,32 @@ class tst_hostileserver : public QObject
 
 private Q_SLOTS:
     void cleanup() { StopModalWaits(); }
+
+    void floodKeepsTheSessionResponsive_data()
+    {
+        QTest::addColumn<int>("pad");
+        QTest::addColumn<int>("perSecond");
+        QTest::newRow("small datagrams") << 0 << 5000;
+        QTest::newRow("4 KiB datagrams") << 4096 << 2000;
+        QTest::newRow("64 KiB datagrams") << kMaxPayload << 500;
+    }
+    void floodKeepsTheSessionResponsive()
+    {
+        QFETCH(int, pad);
+        QFETCH(int, perSecond);
+        InSession f;
+        const QList<QByteArray> datagrams = MixedFlood(pad);
+        Heartbeat heartbeat;
+        Flooder flood(datagrams, TestAddress(), f.Port(), perSecond);
+        QTest::qWait(2000);
+        flood.Stop();
+        heartbeat.Stop();
+        qInfo("%llu datagrams in 2 s; event loop held at most %.1f ms (%.1f ms by the clock); %d players",
+              flood.Sent(), heartbeat.LongestHeldMs(), heartbeat.LongestGapMs(), f.S().PlayerCount());
+        VERIFY_RESPONSIVE(heartbeat);
+        QVERIFY(f.Answers());
+        VERIFY_CONSISTENT(f.Broken());
+    }
 
     void longChatLinesStayCheap()
     {
@@ -206,6 +284,7 @@ private Q_SLOTS:
     void rosterStaysBounded()
     {
         InSession f;
+        Heartbeat heartbeat;
         for (int i = 0; i < SessionData::kMaxPlayers + 50; i += 50) {
             QStringList joins;
             for (int k = i; k < i + 50; ++k)
@@ -217,6 +296,7 @@ private Q_SLOTS:
             f.Send({msg::Join(Repeat(u"n", SessionData::kMaxNameLength + 1)), Huge(u"JOIN NAME="_s, u";"_s),
                     Huge(u"JOIN NAME="_s + QString::number(i), u";"_s)});
         QVERIFY(f.Answers());
+        VERIFY_RESPONSIVE(heartbeat);
         QCOMPARE(f.S().PlayerCount(), SessionData::kMaxPlayers);
         QCOMPARE(f.S().Player(SessionData::kMaxPlayers).Name, u"player996"_s);
         // A place freed is a place taken again.
@@ -224,6 +304,31 @@ private Q_SLOTS:
         QVERIFY(f.Answers());
         QCOMPARE(f.S().Player(SessionData::kMaxPlayers).Name, Repeat(u"n", SessionData::kMaxNameLength));
         VERIFY_CONSISTENT(f.Broken());
+    }
+
+    void aFloodDelaysWhatFollowsItBoundedly()
+    {
+        // Handlers far slower than the flood: what arrives after it is not queued behind all of it.
+        UdpEndpoint endpoint;
+        const quint16 port = FindLocalPort(endpoint).toUShort();
+        QVERIFY(endpoint.Bind(QString::number(port), TestAddress()));
+        int handled = 0, handledBeforeLate = -1;
+        connect(&endpoint, &UdpEndpoint::DataArrival, &endpoint, [&](const QString& text) {
+            if (text == u"late"_s) {
+                handledBeforeLate = handled;
+                return;
+            }
+            ++handled;
+            QThread::msleep(20);
+        });
+        QUdpSocket sender;
+        for (int i = 0; i < 300; ++i)
+            sender.writeDatagram("slow", TestAddress(), port);
+        QTest::qWait(UdpEndpoint::kInboxMaxAgeMs + 500);
+        sender.writeDatagram("late", TestAddress(), port);
+        QVERIFY(WaitUntil([&] { return handledBeforeLate >= 0; }, 10000));
+        QVERIFY2(handledBeforeLate > 0 && handledBeforeLate < 300,
+                 qPrintable(QString::number(handledBeforeLate)));
     }
 
 };
