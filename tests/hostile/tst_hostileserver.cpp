@@ -67,6 +67,15 @@ QString Huge(const QString& head, const QString& tail = {}, QStringView filler =
     return head + Repeat(filler, kMaxPayload - head.size() - tail.size()) + tail;
 }
 
+// Every byte value but ";", so that a field holding it still ends where it should.
+QString Binary()
+{
+    QByteArray bytes;
+    for (int b = 0; b < 256; ++b)
+        if (b != ';') bytes.append(char(b));
+    return FromWire(bytes);
+}
+
 QByteArray Garbage(QRandomGenerator& random, int size)
 {
     QByteArray bytes(size, '\0');
@@ -228,6 +237,71 @@ QList<QByteArray> MixedFlood(int pad)
     return flood;
 }
 
+// The fields each session verb reads, with values a client takes without a fault.
+struct VerbFields
+{
+    QString verb;
+    QList<QPair<QString, QString>> fields;
+};
+
+const QList<VerbFields> kSessionVerbs = {
+    {u"PING"_s, {{u"TIME"_s, u"12"_s}}},
+    {u"SCOREIS"_s,
+     {{u"NAME"_s, u"bo"_s},
+      {u"WINS"_s, u"1"_s},
+      {u"CLICK"_s, u"2"_s},
+      {u"RCLICK"_s, u"3"_s},
+      {u"INGAME"_s, u"yes"_s}}},
+    {u"PINGIS"_s, {{u"NAME"_s, u"cy"_s}, {u"PING"_s, u"40"_s}}},
+    {u"JOIN"_s, {{u"NAME"_s, u"di"_s}}},
+    {u"LEAVE"_s, {{u"NAME"_s, u"di"_s}}},
+    {u"DROP"_s, {{u"NAME"_s, u"cy"_s}}},
+    {u"CHAT"_s, {{u"NAME"_s, u"bo"_s}, {u"TEXT"_s, u"hi"_s}}},
+    {u"TIME"_s, {{u"TIME"_s, u"10:00:00"_s}, {u"DATE"_s, u"today"_s}}},
+    {u"WINNER"_s, {{u"NAME"_s, u"ann"_s}}},
+    {u"PATHIS"_s, {{u"PATH"_s, u"A\rB"_s}, {u"NAME"_s, u"bo"_s}}},
+    {u"NEWGAME"_s, {{u"NAME"_s, u"ann"_s}}},
+    {u"DISQUALIFY"_s, {}},
+    {u"NAVIGATE"_s, {{u"URL"_s, u"Apple"_s}}},
+    {u"SETRANDOM"_s, {{u"URL"_s, u"Pear"_s}, {u"SRC"_s, u"1"_s}}},
+    {u"STARTGAME"_s, {{u"COUNT"_s, u"1"_s}, {u"WORD0"_s, u"Apple"_s}, {u"WORD1"_s, u"Banana"_s}}},
+};
+
+// Every way one field can go wrong, one field at a time, and whole datagrams gone wrong.
+QStringList BrokenForms(const VerbFields& v)
+{
+    const auto build = [&](qsizetype broken, const QString& value, bool drop, bool unterminated) {
+        QString text = v.verb + u' ';
+        for (qsizetype i = 0; i < v.fields.size(); ++i) {
+            if (i == broken && drop) continue;
+            text += v.fields[i].first + u'=' + (i == broken ? value : v.fields[i].second);
+            if (!(i == broken && unterminated)) text += u';';
+        }
+        return text;
+    };
+    const QStringList values = {
+        QString(),       u"abc"_s,        u" 7"_s,          u"+"_s,           u"-0"_s,
+        u"2147483647"_s, u"2147483648"_s, u"-2147483648"_s, u"-2147483649"_s, u"99999999999999999999999"_s,
+        u"-1"_s,         u"1e3"_s,        u"0x10"_s,        u"١٢"_s,          u"ann"_s,
+        u"ANN"_s,        u"\r\n"_s,       Binary(),         u"NAME=x"_s,      u"\u20ac\u0178"_s};
+    QStringList forms;
+    for (qsizetype i = 0; i < v.fields.size(); ++i) {
+        for (const QString& value : values)
+            forms.append(build(i, value, false, false));
+        forms.append(build(i, {}, true, false));
+        forms.append(build(i, u"5"_s, false, true));
+        forms.append(Huge(build(-1, {}, false, false) + v.fields[i].first + u'=', u";"_s, u"9"));
+        forms.append(Huge(build(-1, {}, false, false) + v.fields[i].first + u'=', u";"_s, u"\r\n\0;="));
+    }
+    forms.append(v.verb);
+    forms.append(v.verb + u' ');
+    forms.append(v.verb + QChar(0) + build(-1, {}, false, false));
+    forms.append(v.verb.toLower() + u' ' + build(-1, {}, false, false).mid(v.verb.size() + 1));
+    forms.append(Huge(build(-1, {}, false, false)));
+    forms.append(build(-1, {}, false, false) + build(-1, {}, false, false)); // every field twice
+    return forms;
+}
+
 } // namespace
 
 class tst_hostileserver : public QObject
@@ -261,6 +335,30 @@ private Q_SLOTS:
         VERIFY_RESPONSIVE(heartbeat);
         QVERIFY(f.Answers());
         VERIFY_CONSISTENT(f.Broken());
+    }
+
+    void everyVerbWithBrokenFields_data()
+    {
+        QTest::addColumn<QStringList>("datagrams");
+        for (const VerbFields& v : kSessionVerbs)
+            QTest::newRow(qPrintable(v.verb)) << BrokenForms(v);
+    }
+    void everyVerbWithBrokenFields()
+    {
+        QFETCH(QStringList, datagrams);
+        InSession f;
+        f.S().InRound = true;
+        f.S().RoutePath = u"Apple\r"_s;
+        f.S().Winner().show(); // for the words that SETRANDOM puts into it
+        Heartbeat heartbeat;
+        // A few at a time, so that none is lost to a full socket buffer.
+        for (qsizetype i = 0; i < datagrams.size(); i += 16) {
+            f.Send(datagrams.mid(i, 16));
+            QVERIFY2(f.Answers(), qPrintable(u"no answer after "_s + datagrams[i].left(60)));
+        }
+        VERIFY_RESPONSIVE(heartbeat);
+        VERIFY_CONSISTENT(f.Broken());
+        QVERIFY(f.server.ReceivedWithVerb(u"DISCONNECT"_s).isEmpty());
     }
 
     void longChatLinesStayCheap()
@@ -303,6 +401,40 @@ private Q_SLOTS:
         f.Send({msg::Leave(u"player5"_s), msg::Join(Repeat(u"n", SessionData::kMaxNameLength))});
         QVERIFY(f.Answers());
         QCOMPARE(f.S().Player(SessionData::kMaxPlayers).Name, Repeat(u"n", SessionData::kMaxNameLength));
+        VERIFY_CONSISTENT(f.Broken());
+    }
+
+    void roundsAnnouncedWhileTheFirstPageLoads()
+    {
+        // The dispatcher's waits run this test's timers and the server's replies nested inside
+        // them: everything is sent and checked from there, and the test waits only for the end.
+        InSession f;
+        f.browser->loadDelayMs = 400;
+        int sent = 0, answeredWhileLoading = 0;
+        f.server.OnVerb(u"PONG"_s, [&](const ScriptedServer::Datagram&) {
+            if (f.browser && f.browser->Busy()) ++answeredWhileLoading;
+            return QStringList();
+        });
+        // Far more rounds than the stack would hold waits for, each while the last one's page loads.
+        QTimer bursts;
+        bursts.setInterval(20);
+        connect(&bursts, &QTimer::timeout, &f.server, [&] {
+            QStringList starts;
+            for (int k = 0; k < 200; ++k, ++sent)
+                starts.append(
+                    msg::StartGame({u"A"_s + QString::number(sent), u"B"_s + QString::number(sent)}));
+            f.Send(starts + QStringList{msg::Ping(u"t"_s)});
+            if (sent >= 6000) bursts.stop();
+        });
+        Heartbeat heartbeat;
+        bursts.start();
+        QVERIFY(WaitUntil([&] { return sent >= 6000 && !f.browser->Busy(); }, 30000));
+        QVERIFY(f.Answers());
+        VERIFY_RESPONSIVE(heartbeat);
+        QVERIFY(answeredWhileLoading > 0);
+        QVERIFY(f.S().InRound);
+        QCOMPARE(f.S().CurrentArticle, u"A5999"_s);
+        QCOMPARE(f.S().OpenChat()->Transcript().count(u"GAME: The game has begun!"_s), 100);
         VERIFY_CONSISTENT(f.Broken());
     }
 
