@@ -438,6 +438,55 @@ private Q_SLOTS:
         VERIFY_CONSISTENT(f.Broken());
     }
 
+    void disconnectionsRepeated_data()
+    {
+        QTest::addColumn<bool>("whileLoading");
+        QTest::newRow("between rounds") << false;
+        QTest::newRow("while the first page loads") << true;
+    }
+    void disconnectionsRepeated()
+    {
+        QFETCH(bool, whileLoading);
+        InSession f;
+        const QStringList disconnects(20, msg::Disconnected());
+        int depth = 0, deepest = 0;
+        qsizetype navigationsBefore = -1, navigationsAfter = -1;
+        f.client.prompts.onMessageBox = [&](const QString&) {
+            // The message box runs an event loop of its own until the player closes it; whatever
+            // the server sends meanwhile belongs to a session that is over.
+            deepest = std::max(deepest, ++depth);
+            navigationsBefore = f.browser->navigations.size();
+            f.Send(disconnects + QStringList{msg::Ping(u"late"_s), msg::StartGame({u"X"_s, u"Y"_s}),
+                                             msg::NavigateTo(u"Z"_s)});
+            WaitUntil([] { return false; }, 300);
+            navigationsAfter = f.browser->navigations.size();
+            --depth;
+        };
+        bool loading = false;
+        if (whileLoading) {
+            // They come while the round's first page loads, nested in the dispatcher's wait.
+            f.browser->loadDelayMs = 10000;
+            f.Send({msg::StartGame({u"Apple"_s, u"Banana"_s})});
+            QTimer::singleShot(100, &f.server, [&] {
+                loading = f.browser->Busy();
+                f.Send(disconnects);
+            });
+        } else {
+            f.Send(disconnects);
+        }
+        QVERIFY(WaitUntil([&] { return f.S().Ended(); }));
+        QTest::qWait(300);
+        QCOMPARE(loading, whileLoading);
+        QCOMPARE(f.client.prompts.MessageTexts(),
+                 QStringList{u"You have been disconnected from the game."_s});
+        QCOMPARE(deepest, 1);
+        QCOMPARE(navigationsAfter, navigationsBefore);
+        QCOMPARE(f.client.programEnd.endings, QList<int>{0});
+        QVERIFY(!f.S().OpenChat() && !f.S().OpenScores() && !f.S().OpenWinner());
+        QVERIFY(f.server.ReceivedWithVerb(u"DISCONNECT"_s).isEmpty());
+        QVERIFY(!f.server.ReceivedTexts().contains(msg::Pong(u"ann"_s, u"late"_s)));
+    }
+
     void aFloodDelaysWhatFollowsItBoundedly()
     {
         // Handlers far slower than the flood: what arrives after it is not queued behind all of it.
