@@ -302,6 +302,75 @@ QStringList BrokenForms(const VerbFields& v)
     return forms;
 }
 
+// What a server floods a client's handshake with: everything but the replies that end it.
+QList<QByteArray> HandshakeFlood()
+{
+    QRandomGenerator random(11);
+    const QStringList texts = {Huge(u"MESSAGE "_s),
+                               u"MESSAGE hello"_s,
+                               u"MESSAGE"_s,
+                               msg::IsHost(u"ann"),
+                               msg::IsHost(u"ANN"),
+                               u"ISHOST NAME=ann"_s,
+                               msg::ConnectAccept(true),
+                               msg::ConnectAccept(false),
+                               u"CONNECTACCEPT PLAYING=maybe;"_s,
+                               u"CONNECTACCEPT"_s,
+                               u"PLAYERLIST COUNT=x;P1=ann;"_s,
+                               u"PLAYERLIST COUNT=;"_s,
+                               u"PLAYERLIST"_s,
+                               u"playerlist COUNT=1;P1=ann;"_s,
+                               Huge(u"PLAYERLIST COUNT=99999999999;P1="_s, u";"_s),
+                               u"CONNECTREJECTED"_s,
+                               u"NEEDPWDS"_s};
+    QList<QByteArray> flood;
+    for (const QString& text : texts)
+        flood.append(ToWire(text));
+    for (int i = 0; i < 16; ++i)
+        flood.append(Garbage(random, 1 + random.bounded(kMaxPayload)));
+    return flood;
+}
+
+// A list of far more players than a roster takes, in every letter case, some named too long.
+QString HugePlayerList()
+{
+    QString list = u"PLAYERLIST COUNT=2147483647;P1=ann;P2=ANN;"_s;
+    for (int i = 3; list.size() < kMaxPayload - 200; ++i) {
+        const QString name = i % 10 == 0 ? Repeat(u"long", SessionData::kMaxNameLength + 1)
+                                         : u"p"_s + QString::number(i % 4000);
+        list += u"P"_s + QString::number(i) + u'=' + name + u';';
+    }
+    return list;
+}
+
+// The start-up window of a client, joining the scripted server through the server browser.
+struct Lobby
+{
+    Lobby()
+    {
+        if (!server.Listen()) qFatal("the scripted server cannot bind port 7200");
+        window = new frmMain(*client.session);
+        window->show();
+        Find<QLineEdit>(window, u"txtName"_s)->setText(u"ann"_s);
+        QTest::qWait(50);
+    }
+    ~Lobby() { delete window.data(); }
+    void Join()
+    {
+        WhenModal<frmServers>([](frmServers* d) {
+            Find<SimpleCombo>(d, u"cmbServers"_s)->setText(TestAddress().toString());
+            Find<QPushButton>(d, u"cmdJoin"_s)->click();
+        });
+        Find<QPushButton>(window, u"cmdJoin"_s)->click();
+    }
+    Session& S() { return *client.session; }
+    quint16 Port() { return S().LocalPort.toUShort(); }
+
+    TestClient client;
+    ScriptedServer server;
+    QPointer<frmMain> window;
+};
+
 } // namespace
 
 class tst_hostileserver : public QObject
@@ -510,6 +579,58 @@ private Q_SLOTS:
         QVERIFY(WaitUntil([&] { return handledBeforeLate >= 0; }, 10000));
         QVERIFY2(handledBeforeLate > 0 && handledBeforeLate < 300,
                  qPrintable(QString::number(handledBeforeLate)));
+    }
+
+    void handshakeUnderFlood()
+    {
+        Lobby l;
+        const QList<QByteArray> datagrams = HandshakeFlood();
+        std::unique_ptr<Flooder> flood;
+        l.server.OnVerb(u"CONNECT"_s, [&](const ScriptedServer::Datagram& d) {
+            flood = std::make_unique<Flooder>(datagrams, TestAddress(), d.port, 3000);
+            return QStringList{msg::ConnectAccept(false)};
+        });
+        l.Join();
+        QVERIFY(WaitUntil([&] { return flood != nullptr; }));
+        Heartbeat heartbeat;
+        QTest::qWait(1500);
+        flood->Stop();
+        heartbeat.Stop();
+        VERIFY_RESPONSIVE(heartbeat);
+        QVERIFY(l.window && l.window->isVisible()); // nothing in the flood ended the handshake
+        QVERIFY(!l.S().Game());
+
+        l.server.SendTo(HugePlayerList(), l.Port());
+        QVERIFY(WaitUntil([&] { return l.S().Game() != nullptr; }));
+        QCOMPARE(l.S().PlayerCount(), SessionData::kMaxPlayers);
+        QCOMPARE(l.S().Player(1).Name, u"ann"_s);
+        VERIFY_CONSISTENT(Broken(l.S(), l.client.programEnd));
+    }
+
+    void passwordBoxesDoNotStack()
+    {
+        Lobby l;
+        l.server.OnVerb(u"CONNECT"_s, [](const ScriptedServer::Datagram& d) {
+            return QStringList{d.text.contains(u"PWD=pw;"_s) ? msg::ConnectAccept(false)
+                                                             : msg::NeedPassword()};
+        });
+        l.server.OnVerb(u"GETPLAYERLIST"_s, QStringList{msg::PlayerList({u"ann"_s, u"bo"_s})});
+        int depth = 0, deepest = 0;
+        l.client.prompts.inputAnswers = {u"pw"_s};
+        l.client.prompts.onInputBox = [&](const QString&) {
+            // The box runs an event loop of its own while the server asks again and again.
+            deepest = std::max(deepest, ++depth);
+            if (depth == 1)
+                for (int i = 0; i < 20; ++i)
+                    l.server.SendTo(msg::NeedPassword(), l.Port());
+            WaitUntil([] { return false; }, 300);
+            --depth;
+        };
+        l.Join();
+        QVERIFY(WaitUntil([&] { return l.S().Game() != nullptr; }));
+        QCOMPARE(deepest, 1);
+        QCOMPARE(l.client.prompts.inputPrompts.size(), 1);
+        QCOMPARE(Names(l.S()), (QStringList{u"ann"_s, u"bo"_s}));
     }
 
 };
