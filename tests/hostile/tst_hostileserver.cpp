@@ -633,6 +633,43 @@ private Q_SLOTS:
         QCOMPARE(Names(l.S()), (QStringList{u"ann"_s, u"bo"_s}));
     }
 
+    void serverBrowserUnderFlood_data()
+    {
+        QTest::addColumn<QList<QByteArray>>("datagrams");
+        QList<QByteArray> replies, huge, garbage;
+        QRandomGenerator random(5);
+        for (int i = 0; i < 500; ++i) {
+            replies.append(
+                ToWire(msg::StatusReply(QString(u"10.0.0."_s + QString::number(i)), QString::number(i))));
+            huge.append(ToWire(Huge(u"STATUS SERVER="_s + QString::number(i), u";#=1;"_s)));
+            garbage.append(i % 2 ? Garbage(random, 1 + random.bounded(kMaxPayload))
+                                 : ToWire(u"STATUS #=;SERVER=x;"_s));
+        }
+        QTest::newRow("replies") << replies;
+        QTest::newRow("64 KiB replies") << huge;
+        QTest::newRow("garbage") << garbage;
+    }
+    void serverBrowserUnderFlood()
+    {
+        QFETCH(QList<QByteArray>, datagrams);
+        TestClient client;
+        const std::unique_ptr<frmServers> owner(new frmServers(*client.session));
+        const QPointer<frmServers> dialog = owner.get();
+        dialog->show();
+        QTest::qWait(50);
+        const auto* active = Find<QListWidget>(dialog, u"lstActive"_s);
+        {
+            Heartbeat heartbeat;
+            Flooder flood(datagrams, TestAddress(), client.session->LocalPort.toUShort(), 3000);
+            QTest::qWait(1500);
+            flood.Stop();
+            VERIFY_RESPONSIVE(heartbeat);
+        }
+        qInfo("%d entries", active->count());
+        QVERIFY(active->count() <= frmServers::kMaxEntries);
+        for (int i = 0; i < active->count(); ++i)
+            QVERIFY(active->item(i)->text().endsWith(u')'));
+    }
 };
 
 QTEST_MAIN(tst_hostileserver)
