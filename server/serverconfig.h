@@ -28,6 +28,7 @@ struct ServerConfig
     // No more players, and no longer names, than a client's roster takes.
     int MaxPlayers = SessionData::kMaxPlayers;
     int MaxPending = 64;
+    int MaxPerAddress = 8; // places one address may hold: players, pending connections, password prompts
     int MaxNameLength = int(SessionData::kMaxNameLength);
     double FloodRate = 200;  // datagrams per second per sender address
     double FloodBurst = 200; // datagrams one address may send at once
