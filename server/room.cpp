@@ -216,6 +216,10 @@ void Room::OnConnect(const Incoming& in)
     if (banned) return Refuse(replyTo, name, u"-11", u"name banned");
     if (m_byEndpoint.contains(replyTo))
         return Refuse(replyTo, name, u"-20", u"address and port already playing");
+    // One machine holds only so many places: a storm of connections from one address must not
+    // fill the room, its pending places or its password prompts for everyone else.
+    if (PlacesHeldBy(replyTo.Address, in.from) >= m_config.MaxPerAddress && !m_pending.contains(replyTo))
+        return Refuse(replyTo, name, u"-20", u"too many places held from this address");
     if (NameTaken(name, replyTo)) return Refuse(replyTo, name, u"-10", u"name in use");
 
     const QString password = GetParam(in.text, u"PWD");
@@ -251,6 +255,18 @@ bool Room::NameTaken(const QString& name, const Endpoint& except) const
     for (auto it = m_pending.cbegin(); it != m_pending.cend(); ++it)
         if (!(it.key() == except) && it->name.toLower() == lower) return true;
     return false;
+}
+
+qsizetype Room::PlacesHeldBy(const QHostAddress& address, const Endpoint& except) const
+{
+    qsizetype held = 0;
+    for (const Player& p : m_players)
+        if (p.Where.Address == address) ++held;
+    for (auto it = m_pending.keyBegin(); it != m_pending.keyEnd(); ++it)
+        if (it->Address == address) ++held;
+    for (auto it = m_awaitingPassword.keyBegin(); it != m_awaitingPassword.keyEnd(); ++it)
+        if (it->Address == address && !(*it == except)) ++held;
+    return held;
 }
 
 void Room::OnGetPlayerList(const Incoming& in)

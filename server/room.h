@@ -138,6 +138,8 @@ private:
     static bool FromNamed(const Incoming& in);
     void Refuse(const Endpoint& to, const QString& name, QStringView code, QStringView why);
     bool NameTaken(const QString& name, const Endpoint& except) const;
+    // Players, pending connections and password prompts at `address`, but for `except`'s own.
+    qsizetype PlacesHeldBy(const QHostAddress& address, const Endpoint& except) const;
     void AddPlayer(const QString& name, const Endpoint& where);
     void RemovePlayer(quint64 id, Exit how);
     void StartRound(const QString& initial, const QString& destination);

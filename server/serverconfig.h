@@ -1,5 +1,7 @@
 #pragma once
 
+#include "core/sessiondata.h"
+
 #include <QHostAddress>
 #include <QList>
 #include <QPair>
@@ -23,9 +25,11 @@ struct ServerConfig
     qint64 PendingMs = 10000;       // an accepted connection that never asks for the players expires
     qint64 PasswordWaitMs = 120000; // how long the port of a "NEEDPWD" answer is remembered
     int MaxDatagram = 4096;
-    int MaxPlayers = 1000;
+    // No more players, and no longer names, than a client's roster takes.
+    int MaxPlayers = SessionData::kMaxPlayers;
     int MaxPending = 64;
-    int MaxNameLength = 64;
+    int MaxPerAddress = 8; // places one address may hold: players, pending connections, password prompts
+    int MaxNameLength = int(SessionData::kMaxNameLength);
     double FloodRate = 200;  // datagrams per second per sender address
     double FloodBurst = 200; // datagrams one address may send at once
     // Score and ping updates about one player to the others are sent at once while the room stays

@@ -44,6 +44,7 @@ qint32 SessionData::IndexIgnoringCase(const QString& name) const
 
 void SessionData::AddPlayer(const QString& name)
 {
+    if (name.size() > kMaxNameLength || PlayerCount() >= kMaxPlayers) return;
     const QString lower = name.toLower();
     if (m_lowerNames.contains(lower)) return;
     m_lowerNames.insert(lower);

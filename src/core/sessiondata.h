@@ -61,7 +61,14 @@ public:
     const PlayerRecord& Player(qint32 index) const;
     const QList<PlayerRecord>& Players() const { return m_players; }
 
-    // Adds Name unless a name equal ignoring case is already there.
+    // The most players and the longest name a roster takes. No server has more or longer: one
+    // that sends them could otherwise grow the roster, and the cost of every refresh of it,
+    // without end.
+    static constexpr qint32 kMaxPlayers = 1000;
+    static constexpr qsizetype kMaxNameLength = 64;
+
+    // Adds Name unless a name equal ignoring case is already there, the name is longer than
+    // kMaxNameLength or the roster already holds kMaxPlayers.
     void AddPlayer(const QString& name);
     // Removes the entry whose name equals Name ignoring case; later entries move down.
     void RemovePlayer(const QString& name);

@@ -2,6 +2,7 @@
 
 #include "wire.h"
 
+#include <QDeadlineTimer>
 #include <QHostInfo>
 #include <QNetworkDatagram>
 #include <QPointer>
@@ -46,6 +47,7 @@ UdpEndpoint::UdpEndpoint(QObject* parent) : QObject(parent), m_socket(new QUdpSo
     // never from inside readyRead: a handler that lets events run (waiting for a page) then still
     // receives the datagrams arriving meanwhile, which readyRead, never raised recursively, would
     // hold back.
+    m_clock.start();
     connect(m_socket, &QUdpSocket::readyRead, this, &UdpEndpoint::Drain);
     connect(m_socket, &QUdpSocket::errorOccurred, this, &UdpEndpoint::ReportSocketError);
 }
@@ -143,7 +145,7 @@ void UdpEndpoint::Drain()
         // Beyond the inbox's limit a flood is dropped here, at the cost of a read.
         if (m_inboxBytes + datagram.data().size() > kInboxLimitBytes) continue;
         m_inboxBytes += datagram.data().size();
-        m_inbox.append(std::move(datagram));
+        m_inbox.append({std::move(datagram), m_clock.elapsed()});
     }
     ScheduleDelivery();
 }
@@ -159,8 +161,18 @@ void UdpEndpoint::Deliver()
 {
     m_deliveryScheduled = false;
     QPointer<UdpEndpoint> self(this);
-    for (int handled = 0; handled < kBatch && !m_inbox.isEmpty(); ++handled) {
-        const QNetworkDatagram datagram = m_inbox.takeFirst();
+    // Handlers that take long (a long chat line, a long roster to show) count by time as well.
+    const QDeadlineTimer turn(kBatchMs, Qt::PreciseTimer);
+    for (int handled = 0; handled < kBatch && !turn.hasExpired(); ++handled) {
+        // What waited too long goes unhandled: behind a flood the handlers skip ahead instead of
+        // falling ever further behind.
+        const qint64 now = m_clock.elapsed();
+        while (!m_inbox.isEmpty() && now - m_inbox.front().atMs > kInboxMaxAgeMs) {
+            m_inboxBytes -= m_inbox.front().datagram.data().size();
+            m_inbox.removeFirst();
+        }
+        if (m_inbox.isEmpty()) break;
+        const QNetworkDatagram datagram = m_inbox.takeFirst().datagram;
         m_inboxBytes -= datagram.data().size();
         // The rest follow after other events had their turn, or nested when this handler lets
         // events run.

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QElapsedTimer>
 #include <QHash>
 #include <QHostAddress>
 #include <QList>
@@ -39,10 +40,14 @@ public:
     void SendTo(const QString& text, const QHostAddress& address, quint16 port);
 
     // Datagrams handled per event-loop turn before the rest wait for the next turn, so that a
-    // flood cannot hold the event loop.
+    // flood cannot hold the event loop; a turn also ends once its handlers have taken kBatchMs.
     static constexpr int kBatch = 64;
+    static constexpr int kBatchMs = 10;
     // Received datagrams waiting for their turn; a flood beyond this is dropped.
     static constexpr qsizetype kInboxLimitBytes = 8 << 20;
+    // A datagram that has waited this long for its turn is dropped unhandled: however far a
+    // flood outruns the handlers, what arrives after it is handled at most this late.
+    static constexpr int kInboxMaxAgeMs = 1000;
 
 Q_SIGNALS:
     void DataArrival(const QString& text, const QHostAddress& sender, quint16 senderPort);
@@ -60,8 +65,14 @@ private:
     void Deliver();
     void FlushQueue();
     void ReportSocketError();
+    struct Received
+    {
+        QNetworkDatagram datagram;
+        qint64 atMs; // on m_clock
+    };
     QUdpSocket* m_socket = nullptr;
-    QList<QNetworkDatagram> m_inbox;
+    QElapsedTimer m_clock;
+    QList<Received> m_inbox;
     qsizetype m_inboxBytes = 0;
     bool m_deliveryScheduled = false;
     QHash<QString, QHostAddress> m_resolved;

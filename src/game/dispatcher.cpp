@@ -25,6 +25,9 @@ const QString kGame = msg::GameSpeaker.toString();
 
 void SessionDispatcher::Handle(const QString& message)
 {
+    // Once the server has disconnected this client the session is over: nothing it sends while
+    // the notice shows may start a round or another wait under the notice.
+    if (m_disconnecting) return;
     QString reply;
     try {
         reply = React(message, Verb(message));
@@ -56,7 +59,6 @@ QString SessionDispatcher::React(const QString& message, const QString& verb)
     if (verb == verb::PING) return msg::Pong(s.PlayerName, param(u"TIME"));
 
     if (verb == verb::DISCONNECT) {
-        if (m_disconnecting) return {};
         m_disconnecting = true;
         s.prompts().MessageBox(u"You have been disconnected from the game."_s, Icon::Information);
         if (s.Ended()) return {};

@@ -34,7 +34,7 @@ private:
     Session& m_session;
     frmGame& m_game;
     int m_firstPageWaitMs = kFirstPageWaitMs;
-    // Waits running inside one another, and whether the disconnection notice is showing: a
+    // Waits running inside one another, and whether the server has disconnected this client: a
     // server repeating itself must not stack waits or message boxes without end.
     int m_waitDepth = 0;
     bool m_disconnecting = false;

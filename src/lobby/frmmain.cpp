@@ -305,12 +305,17 @@ void frmMain::HandleDatagram(const QString& text)
 
 void frmMain::AskPassword()
 {
+    // One box at a time: a server asking again while the box is open gets no box on top of it.
+    if (m_askingPassword) return;
+    m_askingPassword = true;
     tmrTimeout->stop();
     const QPointer<frmMain> self(this);
     const QString password =
         CleanField(m_session.prompts().InputBox(u"Private server, please enter password:"_s));
     // The box ran events: the attempt may have ended, or the window gone, while it was open.
-    if (!self || m_handedOver || wsConnect->State() == 0) return;
+    if (!self) return;
+    m_askingPassword = false;
+    if (m_handedOver || wsConnect->State() == 0) return;
     tmrTimeout->start();
     if (!password.isEmpty()) {
         wsConnect->SendData(msg::ConnectWithPassword(ClientVersion, txtName->text(), password));

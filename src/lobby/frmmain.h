@@ -66,6 +66,7 @@ private:
     bool IsHost = false;
     QString WelcomeText;
     bool m_handedOver = false;
+    bool m_askingPassword = false;
 
     QLineEdit* txtName;
     QPushButton* cmdJoin;

@@ -135,8 +135,9 @@ void frmServers::wsFind_DataArrival(const QString& text)
 {
     if (Verb(text) != verb::STATUS) return;
     const QString players = GetParam(text, u"#");
-    if (players.isEmpty()) return;
-    lstActive->addItem(GetParam(text, u"SERVER") + u" ("_s + players + u")"_s);
+    if (players.isEmpty() || lstActive->count() >= kMaxEntries) return;
+    const QString entry = GetParam(text, u"SERVER") + u" ("_s + players + u")"_s;
+    if (entry.size() <= kMaxEntryLength) lstActive->addItem(entry);
 }
 
 void frmServers::lstActive_Click()

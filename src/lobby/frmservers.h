@@ -29,6 +29,11 @@ public:
     // Stops the search and frees the local port for the caller's connection.
     void done(int result) override;
 
+    // The most entries the active list takes, and the longest: no server's reply is longer, and
+    // a flood of replies must not grow the list, or the time to lay it out, without end.
+    static constexpr int kMaxEntries = 1000;
+    static constexpr qsizetype kMaxEntryLength = 300;
+
 protected:
     void keyPressEvent(QKeyEvent* event) override;
 

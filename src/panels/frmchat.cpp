@@ -23,6 +23,7 @@ namespace linkhop {
 namespace {
 
 constexpr qsizetype KeptLines = 99;
+constexpr QStringView CrLf = u"\r\n";
 
 template <typename Control> Control* MakeControl(QWidget* window, const QString& name, const QRect& place)
 {
@@ -65,6 +66,8 @@ frmChat::frmChat(Session& session) : QWidget(nullptr), m_session(session)
     lblChat = MakeLabel(this, u"lblChat"_s, u"Chat:"_s, TwipsRect(120, 120, 3375, 495));
     txtChat = MakeControl<QPlainTextEdit>(this, u"txtChat"_s, TwipsRect(120, 360, 3375, 2415));
     txtChat->setReadOnly(true);
+    // The transcript is edited in place line by line: nothing to undo, nothing to keep for it.
+    txtChat->setUndoRedoEnabled(false);
     txtChat->setVerticalScrollBarPolicy(Qt::ScrollBarAlwaysOn);
     txtSend = MakeControl<QLineEdit>(this, u"txtSend"_s, TwipsRect(120, 2880, 2775, 255));
     cmdSend = MakeControl<QPushButton>(this, u"cmdSend"_s, TwipsRect(3000, 2880, 495, 255));
@@ -101,16 +104,40 @@ frmChat::~frmChat() = default;
 void frmChat::AddChat(const QString& Name, const QString& Text)
 {
     RedrawSuspension suspension(this);
-    const QString CrLf = u"\r\n"_s;
-    const QString line = Name % u": " % Text;
+    QString line = Name % u": " % Text;
+    if (line.size() > kMaxLineLength)
+        line.truncate(line[kMaxLineLength - 1].isHighSurrogate() ? kMaxLineLength - 1 : kMaxLineLength);
     if (m_transcript.isEmpty()) {
         m_transcript = line;
+        txtChat->setPlainText(m_transcript);
     } else {
-        QStringList lines = m_transcript.split(CrLf);
-        if (lines.size() > KeptLines) lines = lines.mid(lines.size() - KeptLines);
-        m_transcript = lines.join(CrLf) % CrLf % line;
+        // The oldest lines go when 99 others follow them: everything up to the 99th CR LF from
+        // the end.
+        qsizetype cut = 0;
+        qsizetype from = m_transcript.size();
+        for (qsizetype found = 0; found < KeptLines; ++found) {
+            const qsizetype at = from > 0 ? m_transcript.lastIndexOf(CrLf, from - 1) : -1;
+            if (at < 0) {
+                cut = 0;
+                break;
+            }
+            cut = at + CrLf.size();
+            from = at;
+        }
+        // The text box takes the same edit instead of the whole transcript again, which would lay
+        // out every kept line anew for each one added. It holds one position per character, and
+        // one for each CR LF.
+        QTextCursor cursor(txtChat->document());
+        if (cut > 0) {
+            const QStringView dropped = QStringView(m_transcript).first(cut);
+            cursor.setPosition(int(dropped.size() - dropped.count(CrLf)), QTextCursor::KeepAnchor);
+            cursor.removeSelectedText();
+            m_transcript.remove(0, cut);
+        }
+        m_transcript += CrLf % line;
+        cursor.movePosition(QTextCursor::End);
+        cursor.insertText(CrLf % line);
     }
-    txtChat->setPlainText(m_transcript);
     txtChat->moveCursor(QTextCursor::End);
 }
 

@@ -24,8 +24,11 @@ public:
     explicit frmChat(Session& session);
     ~frmChat() override;
 
-    // Appends the line Name + ": " + Text, keeping the 99 newest earlier lines.
+    // Appends the line Name + ": " + Text, keeping the 99 newest earlier lines. A line is cut
+    // to kMaxLineLength characters: the text box lays out an unbroken line in time that grows with
+    // the square of its length, and no server relays a longer one.
     void AddChat(const QString& Name, const QString& Text);
+    static constexpr qsizetype kMaxLineLength = 4096;
     // Refills the player list from the roster.
     void UpdateList();
     // Lets the window close, closes it and schedules its deletion.

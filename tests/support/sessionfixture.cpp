@@ -36,7 +36,7 @@ RunningSession::RunningSession(Options options) : client(std::move(options.brows
         };
     }
     // The main page has loaded.
-    WaitUntil([&] { return game && game->wbMain && !game->wbMain->Busy(); }, 20000);
+    WaitUntil([&] { return !game || !game->wbMain || !game->wbMain->Busy(); }, 20000);
 }
 
 quint16 RunningSession::Port() const { return quint16(client.session->LocalPort.toUInt()); }
