@@ -3,6 +3,7 @@
 #include "core/wire.h"
 #include "game/session.h"
 #include "lobbywindow.h"
+#include "platform/controls.h"
 #include "platform/twips.h"
 
 #include <QGroupBox>
@@ -20,35 +21,6 @@ using namespace Qt::Literals::StringLiterals;
 
 namespace linkhop {
 
-namespace {
-
-template <class Control> Control* Make(QWidget* parent, const QString& name, QRect geometry)
-{
-    auto* control = new Control(parent);
-    control->setObjectName(name);
-    control->setGeometry(geometry);
-    return control;
-}
-
-QPushButton* MakeButton(QWidget* parent, const QString& name, const QString& caption, QRect geometry)
-{
-    auto* button = Make<QPushButton>(parent, name, geometry);
-    button->setText(caption);
-    // Enter belongs to the address field, not to a default button.
-    button->setAutoDefault(false);
-    return button;
-}
-
-QLabel* MakeLabel(QWidget* parent, const QString& name, const QString& caption, QRect geometry)
-{
-    auto* label = Make<QLabel>(parent, name, geometry);
-    label->setText(caption);
-    label->setAlignment(Qt::AlignLeft | Qt::AlignTop);
-    return label;
-}
-
-} // namespace
-
 frmHost::frmHost(Session& session, QWidget* parent)
     : QDialog(parent, Qt::Tool | Qt::CustomizeWindowHint | Qt::WindowTitleHint | Qt::WindowCloseButtonHint),
       m_session(session)
@@ -59,17 +31,17 @@ frmHost::frmHost(Session& session, QWidget* parent)
     setModal(true);
 
     lblIP = MakeLabel(this, u"lblIP"_s, u"Your IP address:"_s, TwipsRect(120, 120, 4335, 495));
-    txtIP = Make<QLineEdit>(this, u"txtIP"_s, TwipsRect(120, 360, 4455, 285));
+    txtIP = MakeControl<QLineEdit>(this, u"txtIP"_s, TwipsRect(120, 360, 4455, 285));
     cmdHelp = MakeButton(this, u"cmdHelp"_s, u"?"_s, TwipsRect(4650, 375, 255, 255));
-    Frame1 = Make<QGroupBox>(this, u"Frame1"_s, TwipsRect(120, 840, 4815, 1815));
+    Frame1 = MakeControl<QGroupBox>(this, u"Frame1"_s, TwipsRect(120, 840, 4815, 1815));
     Frame1->setTitle(u"Optional Settings"_s);
     lblWelcomeMessage =
         MakeLabel(Frame1, u"lblWelcomeMessage"_s, u"Welcome Message:"_s, TwipsRect(120, 360, 1575, 495));
-    txtWelcomeMessage = Make<QPlainTextEdit>(Frame1, u"txtWelcomeMessage"_s, TwipsRect(120, 600, 4575, 645));
+    txtWelcomeMessage = MakeControl<QPlainTextEdit>(Frame1, u"txtWelcomeMessage"_s, TwipsRect(120, 600, 4575, 645));
     txtWelcomeMessage->setVerticalScrollBarPolicy(Qt::ScrollBarAlwaysOn);
     txtWelcomeMessage->setTabChangesFocus(true);
     lblPassword = MakeLabel(Frame1, u"lblPassword"_s, u"Password:"_s, TwipsRect(120, 1380, 855, 255));
-    txtPassword = Make<QLineEdit>(Frame1, u"txtPassword"_s, TwipsRect(1080, 1380, 3615, 285));
+    txtPassword = MakeControl<QLineEdit>(Frame1, u"txtPassword"_s, TwipsRect(1080, 1380, 3615, 285));
     cmdReset = MakeButton(this, u"cmdReset"_s, u"Reset"_s, TwipsRect(120, 2880, 1455, 495));
     cmdHost = MakeButton(this, u"cmdHost"_s, u"Host"_s, TwipsRect(1920, 2880, 1455, 495));
     cmdCancel = MakeButton(this, u"cmdCancel"_s, u"Cancel"_s, TwipsRect(3480, 2880, 1455, 495));

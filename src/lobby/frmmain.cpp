@@ -11,6 +11,7 @@
 #include "game/frmgame.h"
 #include "game/session.h"
 #include "lobbywindow.h"
+#include "platform/controls.h"
 #include "platform/twips.h"
 
 #include <QCloseEvent>
@@ -29,31 +30,6 @@
 using namespace Qt::Literals::StringLiterals;
 
 namespace linkhop {
-
-namespace {
-
-QLabel* MakeLabel(QWidget* parent, const QString& name, const QString& caption, QRect geometry,
-                  const QFont& font)
-{
-    auto* label = new QLabel(caption, parent);
-    label->setObjectName(name);
-    label->setGeometry(geometry);
-    label->setFont(font);
-    label->setAlignment(Qt::AlignLeft | Qt::AlignTop);
-    // The window's white shows through.
-    label->setAutoFillBackground(false);
-    return label;
-}
-
-QPushButton* MakeButton(QWidget* parent, const QString& name, const QString& caption, QRect geometry)
-{
-    auto* button = new QPushButton(caption, parent);
-    button->setObjectName(name);
-    button->setGeometry(geometry);
-    return button;
-}
-
-} // namespace
 
 QString frmMain::ServerProgramName()
 {
@@ -91,7 +67,6 @@ frmMain::frmMain(Session& session, QWidget* parent)
                        u"Enter your name below, then use the buttons to the right to create or join a game. "
                        u"Let the fun begin!"_s,
                        TwipsRect(360, 1680, 4335, 735), ArialFont(9.75, true));
-    Label4->setWordWrap(true);
     Label5 = MakeLabel(this, u"Label5"_s, u"Articles by the contributors of Wikipedia."_s,
                        TwipsRect(360, 1260, 4335, 255), ArialFont(9.75));
     lblStatus = MakeLabel(this, u"lblStatus"_s, QString(), TwipsRect(360, 3000, 6615, 255), ArialFont(8.25));

@@ -6,6 +6,7 @@
 #include "core/wire.h"
 #include "game/session.h"
 #include "lobbywindow.h"
+#include "platform/controls.h"
 #include "platform/twips.h"
 #include "simplecombo.h"
 
@@ -18,29 +19,6 @@
 using namespace Qt::Literals::StringLiterals;
 
 namespace linkhop {
-
-namespace {
-
-QLabel* MakeLabel(QWidget* parent, const QString& name, const QString& caption, QRect geometry)
-{
-    auto* label = new QLabel(caption, parent);
-    label->setObjectName(name);
-    label->setGeometry(geometry);
-    label->setAlignment(Qt::AlignLeft | Qt::AlignTop);
-    return label;
-}
-
-QPushButton* MakeButton(QWidget* parent, const QString& name, const QString& caption, QRect geometry)
-{
-    auto* button = new QPushButton(caption, parent);
-    button->setObjectName(name);
-    button->setGeometry(geometry);
-    // Enter belongs to the address combo, not to a default button.
-    button->setAutoDefault(false);
-    return button;
-}
-
-} // namespace
 
 frmServers::frmServers(Session& session, QWidget* parent)
     : QDialog(parent, Qt::Tool | Qt::CustomizeWindowHint | Qt::WindowTitleHint | Qt::WindowCloseButtonHint),

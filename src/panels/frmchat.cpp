@@ -2,6 +2,7 @@
 
 #include "core/messages.h"
 #include "game/session.h"
+#include "platform/controls.h"
 #include "platform/placement.h"
 #include "platform/redraw.h"
 #include "platform/twips.h"
@@ -24,36 +25,7 @@ namespace {
 
 constexpr qsizetype KeptLines = 99;
 constexpr QStringView CrLf = u"\r\n";
-
-template <typename Control> Control* MakeControl(QWidget* window, const QString& name, const QRect& place)
-{
-    auto* control = new Control(window);
-    control->setObjectName(name);
-    control->setGeometry(place);
-    control->setFont(ArialFont(8.25));
-    return control;
-}
-
-QLabel* MakeLabel(QWidget* window, const QString& name, const QString& caption, const QRect& place)
-{
-    auto* label = MakeControl<QLabel>(window, name, place);
-    label->setTextFormat(Qt::PlainText);
-    label->setText(caption);
-    label->setAlignment(Qt::AlignLeft | Qt::AlignTop);
-    label->setWordWrap(true);
-    return label;
-}
-
 // Only spaces count as padding around a command, not other white space.
-QStringView TrimSpaces(QStringView text)
-{
-    while (text.startsWith(u' '))
-        text = text.mid(1);
-    while (text.endsWith(u' '))
-        text.chop(1);
-    return text;
-}
-
 } // namespace
 
 frmChat::frmChat(Session& session) : QWidget(nullptr), m_session(session)
@@ -180,7 +152,7 @@ void frmChat::Send()
 {
     const QString typed = txtSend->text();
     if (typed.isEmpty()) return;
-    const QString command = TrimSpaces(typed).toString().toLower();
+    const QString command = TrimSpaces(typed).toLower();
     if (command == u"/date" || command == u"/time")
         m_session.SendData(msg::TimeRequest(m_session.LocalPort));
     else

@@ -2,6 +2,7 @@
 
 #include "frmchat.h"
 #include "game/session.h"
+#include "platform/controls.h"
 #include "platform/placement.h"
 #include "platform/redraw.h"
 #include "platform/twips.h"
@@ -25,21 +26,6 @@ constexpr int OuterWidth = Px(3585);
 constexpr int MinOuterHeight = Px(3120);
 // Free strip left at the bottom of the screen.
 constexpr int BottomStrip = Px(480);
-
-QLabel* MakeLabel(QWidget* window, const QString& name, const QString& caption, const QRect& place,
-                  const QFont& font)
-{
-    auto* label = new QLabel(window);
-    label->setObjectName(name);
-    label->setGeometry(place);
-    label->setFont(font);
-    label->setTextFormat(Qt::PlainText);
-    label->setAlignment(Qt::AlignLeft | Qt::AlignTop);
-    label->setWordWrap(true);
-    label->setText(caption);
-    return label;
-}
-
 void MoveTop(QWidget* control, int top)
 {
     control->move(control->x(), top);

@@ -3,30 +3,16 @@
 #include "core/messages.h"
 #include "game/session.h"
 #include "platform/browser.h"
+#include "platform/controls.h"
 #include "platform/eventwait.h"
 #include "platform/twips.h"
 
 #include <QCloseEvent>
-#include <QGuiApplication>
 #include <QPointer>
-#include <QScreen>
 
 using namespace Qt::Literals::StringLiterals;
 
 namespace linkhop {
-
-namespace {
-
-template <typename T>
-T* Make(QWidget* parent, const char* name, QRect twips)
-{
-    auto* control = new T(parent);
-    control->setObjectName(QString::fromLatin1(name));
-    control->setGeometry(twips);
-    return control;
-}
-
-} // namespace
 
 frmWinner::frmWinner(Session& session) : QWidget(nullptr), m_session(session)
 {
@@ -34,21 +20,20 @@ frmWinner::frmWinner(Session& session) : QWidget(nullptr), m_session(session)
     setWindowTitle(u"Choose Words"_s);
     setWindowFlags(Qt::Tool | Qt::CustomizeWindowHint | Qt::WindowTitleHint | Qt::WindowCloseButtonHint);
     setFont(ArialFont(8.25));
-    setFixedSize(Px(4080), Px(2055));
 
-    Label1 = Make<QLabel>(this, "Label1", TwipsRect(120, 120, 1095, 255));
+    Label1 = MakeControl<QLabel>(this, u"Label1"_s, TwipsRect(120, 120, 1095, 255));
     Label1->setText(u"Initial:"_s);
-    txtInitial = Make<QLineEdit>(this, "txtInitial", TwipsRect(120, 360, 2655, 255));
-    cmdRandom1 = Make<QPushButton>(this, "cmdRandom1", TwipsRect(2880, 240, 1095, 375));
+    txtInitial = MakeControl<QLineEdit>(this, u"txtInitial"_s, TwipsRect(120, 360, 2655, 255));
+    cmdRandom1 = MakeControl<QPushButton>(this, u"cmdRandom1"_s, TwipsRect(2880, 240, 1095, 375));
     cmdRandom1->setText(u"Randomize"_s);
-    Label2 = Make<QLabel>(this, "Label2", TwipsRect(120, 720, 1095, 255));
+    Label2 = MakeControl<QLabel>(this, u"Label2"_s, TwipsRect(120, 720, 1095, 255));
     Label2->setText(u"Destination:"_s);
-    txtDestination = Make<QLineEdit>(this, "txtDestination", TwipsRect(120, 960, 2655, 255));
-    cmdRandom2 = Make<QPushButton>(this, "cmdRandom2", TwipsRect(2880, 840, 1095, 375));
+    txtDestination = MakeControl<QLineEdit>(this, u"txtDestination"_s, TwipsRect(120, 960, 2655, 255));
+    cmdRandom2 = MakeControl<QPushButton>(this, u"cmdRandom2"_s, TwipsRect(2880, 840, 1095, 375));
     cmdRandom2->setText(u"Randomize"_s);
-    cmdVerify = Make<QPushButton>(this, "cmdVerify", TwipsRect(773, 1440, 1215, 495));
+    cmdVerify = MakeControl<QPushButton>(this, u"cmdVerify"_s, TwipsRect(773, 1440, 1215, 495));
     cmdVerify->setText(u"Verify Words"_s);
-    cmdStartGame = Make<QPushButton>(this, "cmdStartGame", TwipsRect(2093, 1440, 1215, 495));
+    cmdStartGame = MakeControl<QPushButton>(this, u"cmdStartGame"_s, TwipsRect(2093, 1440, 1215, 495));
     cmdStartGame->setText(u"Start Game"_s);
     cmdStartGame->setEnabled(false);
     for (QPushButton* button : {cmdRandom1, cmdRandom2, cmdVerify, cmdStartGame}) button->setAutoDefault(false);
@@ -75,8 +60,7 @@ frmWinner::frmWinner(Session& session) : QWidget(nullptr), m_session(session)
     connect(txtInitial, &QLineEdit::textChanged, this, &frmWinner::TextChanged);
     connect(txtDestination, &QLineEdit::textChanged, this, &frmWinner::TextChanged);
 
-    if (const QScreen* screen = QGuiApplication::primaryScreen())
-        move(screen->geometry().center() - rect().center());
+    PlaceCentred(*this, 4080, 2055);
 }
 
 frmWinner::~frmWinner() = default;
