@@ -1,53 +1,78 @@
 #pragma once
 
+#include "core/localport.h"
+#include "core/messages.h"
 #include "core/udpendpoint.h"
-
-#include <QHostAddress>
-#include <QObject>
-#include <QStringList>
+#include "core/version.h"
+#include "core/wire.h"
+#include "scriptedserver.h"
 
 namespace linkhop::test {
 
-// A second loopback address for "another machine", distinct per test address: 127.200.0.<last
-// octet of TestAddress()>.
-QHostAddress OtherAddress();
-
-// A client played by the test: a plain UDP socket that sends to the server at TestAddress():7200
-// and keeps every datagram that reaches it, read in order.
-class ScriptedClient final : public QObject
+inline QHostAddress OtherAddress() // "another machine": 127.200.0.<last octet of TestAddress()>
 {
-    Q_OBJECT
+    return QHostAddress((127u << 24) | (200u << 16) | (TestAddress().toIPv4Address() & 0xFFu));
+}
 
+// A client played by the test: talks to the server at TestAddress():7200 and reads in order every
+// datagram that reaches it.
+class ScriptedClient final
+{
 public:
-    explicit ScriptedClient(quint16 port, const QHostAddress& address = QHostAddress());
-
-    bool Bound() const { return m_bound; }
-    quint16 Port() const { return m_port; }
-    QString PortText() const { return QString::number(m_port); }
-
-    void Send(const QString& text);
-    // The next unread datagram, or empty text when none arrives in time.
-    QString Next(int timeoutMs = 3000);
-    // The next `n` unread datagrams (fewer on time-out).
-    QStringList Next(int n, int timeoutMs);
-    // The next unread datagram with this verb, skipping others; empty on time-out.
-    QString NextWithVerb(const QString& verb, int timeoutMs = 3000);
-    // Everything that arrives within `ms`, marked read.
-    QStringList Collect(int ms = 200);
+    explicit ScriptedClient(quint16 port, const QHostAddress& address = TestAddress())
+        : m_port(QString::number(port))
+    {
+        QObject::connect(&m_endpoint, &UdpEndpoint::DataArrival, &m_endpoint,
+                         [this](const QString& text) { m_received.append(text); });
+        m_endpoint.Bind(m_port, address);
+    }
+    bool Bound() const { return m_endpoint.State() != 0; }
+    const QString& PortText() const { return m_port; }
+    void Send(const QString& text) { m_endpoint.SendTo(text, TestAddress(), kServerPort); }
     void Skip() { m_read = m_received.size(); }
-    const QStringList& Received() const { return m_received; }
 
-    // The first form of "CONNECT" from this socket, announcing its own port.
-    void Connect(const QString& name);
+    QStringList Next(int n, int timeoutMs) // fewer on time-out
+    {
+        WaitUntil([&] { return m_received.size() >= m_read + n; }, timeoutMs);
+        const QStringList texts = m_received.mid(m_read, n);
+        m_read += texts.size();
+        return texts;
+    }
+    QString Next(int timeoutMs = 3000) { return Next(1, timeoutMs).value(0); }
+    QString NextWithVerb(const QString& verb, int timeoutMs = 3000)
+    {
+        QString text;
+        while (!(text = Next(timeoutMs)).isEmpty() && Verb(text) != verb) {
+        }
+        return text;
+    }
+    QStringList Collect(int ms = 200)
+    {
+        WaitUntil([] { return false; }, ms);
+        return Next(int(m_received.size() - m_read), 0);
+    }
+
     // Connects and completes the handshake; returns every reply, "CONNECTACCEPT" to "PLAYERLIST".
-    QStringList Join(const QString& name, const QString& password = {});
+    QStringList Join(const QString& name, const QString& password = {})
+    {
+        Send(msg::Connect(ClientVersion, name, m_port));
+        QStringList replies{Next()};
+        if (replies[0] == msg::NeedPassword()) {
+            Send(msg::ConnectWithPassword(ClientVersion, name, password));
+            replies = {Next()};
+        }
+        if (Verb(replies[0]) != verb::CONNECTACCEPT) return replies;
+        Send(msg::GetPlayerList(m_port));
+        while (Verb(replies.constLast()) != verb::PLAYERLIST && !replies.constLast().isEmpty())
+            replies.append(Next());
+        return replies;
+    }
 
 private:
     UdpEndpoint m_endpoint;
+    QString m_port;
     QStringList m_received;
     qsizetype m_read = 0;
-    quint16 m_port;
-    bool m_bound = false;
 };
 
 } // namespace linkhop::test

@@ -1,0 +1,305 @@
+// The core library: reading and building datagrams, the roster, the option files, and the UDP
+// endpoint on loopback.
+#include "core/fault.h"
+#include "core/localport.h"
+#include "core/messages.h"
+#include "core/options.h"
+#include "core/sessiondata.h"
+#include "core/udpendpoint.h"
+#include "core/version.h"
+#include "core/wire.h"
+#include "scriptedserver.h"
+
+#include <QNetworkDatagram>
+#include <QUdpSocket>
+#include <QtTest>
+#include <memory>
+#include <vector>
+
+using namespace Qt::Literals::StringLiterals;
+using namespace linkhop;
+using linkhop::test::TestAddress;
+using linkhop::test::WaitUntil;
+
+const QString kFault = u"<Fault>"_s; // what a row expects when the call throws
+
+class tst_core : public QObject
+{
+    Q_OBJECT
+
+    QUdpSocket m_peer;
+    void Send(quint16 port, const QByteArray& data) { m_peer.writeDatagram(data, TestAddress(), port); }
+
+private Q_SLOTS:
+    void reading_data()
+    {
+        // What is read: "verb", "number", "body", "chat", "servers:<joined>" or a field's key.
+        QTest::addColumn<QString>("what");
+        QTest::addColumn<QString>("message");
+        QTest::addColumn<QString>("expected");
+        const auto row = [](const char* what, const char* message, const char* expected) {
+            QTest::addRow("%s in \"%s\"", what, message)
+                << QString::fromUtf8(what) << QString::fromUtf8(message) << QString::fromUtf8(expected);
+        };
+        row("verb", " PING", "");
+        row("CLICK", "SCOREIS NAME=ann;WINS=1;CLICK=7;RCLICK=2;INGAME=yes;", "7");
+        row("CLICK", "SCOREIS NAME=ann;RCLICK=2;CLICK=7;", "2"); // the first "CLICK=" wins
+        row("P2", "PLAYERLIST COUNT=2;P1=ann;P2=bo", "");        // unterminated
+        row("NAME", "ISHOST name=ann;", "");
+        row("NAME", "X NAME NAME=bo;", "bo");
+        row("NAME", "X NAME=", "");
+        row("NAME", "PATHIS NAME=bo;PATH=NAME=x\rB;", "bo");
+        row("number", "2147483647", "2147483647");
+        row("number", "-2147483648", "-2147483648");
+        row("number", "2147483648", "<Fault>");
+        row("number", "-2147483649", "<Fault>");
+        row("number", "12a", "<Fault>");
+        row("body", "MESSAGE Welcome, all;=!", "Welcome, all;=!");
+        row("body", "MESSAGE", "<Fault>");
+        row("chat", "CHAT NAME=ann;TEXT=a;b=c TEXT=d", "a;b=c TEXT=d");
+        row("servers:c", ",a,,b,", "c,a,b"); // "Servers" after joining c
+        row("servers:a.example", "", "a.example");
+        row("servers:host.example", "a,Host.Example,b", "host.example,a,b");
+        row("servers: a ", " a ,b", " a ,b");
+    }
+    void reading()
+    {
+        QFETCH(QString, what);
+        QFETCH(QString, message);
+        QFETCH(QString, expected);
+        QString got;
+        try {
+            got = what == u"verb"                ? Verb(message)
+                  : what == u"number"            ? QString::number(Number(message))
+                  : what == u"body"              ? MessageBody(message)
+                  : what == u"chat"              ? ChatText(message)
+                  : what.startsWith(u"servers:") ? JoinServerList(what.mid(8), SplitServerList(message))
+                                                 : GetParam(message, what);
+        } catch (const Fault&) {
+            got = kFault;
+        }
+        QCOMPARE(got, expected);
+    }
+
+    void outgoing_data()
+    {
+        QTest::addColumn<QString>("built");
+        QTest::addColumn<QByteArray>("wire");
+        const QString v = ClientVersion.toString();
+        const auto row = [](const QString& built, const char* wire) {
+            QTest::newRow(wire) << built << QByteArray(wire);
+        };
+        row(msg::Connect(v, u"ann", u"7201"), "CONNECT VER=1.04 (beta);NAME=ann;PORT=7201;PWD=;");
+        row(msg::ConnectWithPassword(v, u"ann", u"s3cret"), "CONNECT VER=1.04 (beta);NAME=ann;PWD=s3cret;");
+        row(msg::GetPlayerList(u"7201"), "GETPLAYERLIST PORT=7201;");
+        row(msg::GetWords(u"ann"), "GETWORDS NAME=ann;");
+        row(msg::Disconnect(u"ann"), "DISCONNECT NAME=ann;");
+        row(msg::GetScore(u"7201", u"bo"), "GETSCORE PORT=7201;NAME=bo;");
+        row(msg::PingMe(u"7201"), "PINGME 7201");
+        row(msg::Pong(u"ann", u"12:00:01.5"), "PONG NAME=ann;TIME=12:00:01.5;");
+        row(msg::Navigate(u"ann", u"Caf\u00e9"), "NAVIGATE NAME=ann;URL=Caf\xe9;");
+        row(msg::SendMyPath(u"ann", u"Apple\rBanana"), "SENDMYPATH NAME=ann;PATH=Apple\rBanana;");
+        row(msg::Chat(u"ann", u"a;b=c"), "CHAT NAME=ann;TEXT=a;b=c");
+        row(msg::DisqualifiedNotice(u"ann", u"talk"),
+            "CHAT NAME=GAME;TEXT=ann has been disqualified for visiting an illegal page: \"talk\"");
+        row(msg::TimeRequest(u"7201"), "TIME PORT=7201;");
+        row(msg::GetRandom(2), "GETRANDOM SRC=2;");
+        row(msg::SetWords(u"Apple", u"Banana"), "SETWORDS COUNT=1;WORD0=Apple;WORD1=Banana;");
+        row(msg::Status(u"game.example", u"7201"), "STATUS SERVER=game.example;PORT=7201;");
+        row(u"Caf\u00e9 \u20ac \u201cq\u201d \u2014 \u0178 \u4e2d\U0001F600"_s,
+            "Caf\xe9 \x80 \x93q\x94 \x97 \x9f ??");
+        row(msg::ScoreIs(u"ann", -1, 2147483647, 0, false),
+            "SCOREIS NAME=ann;WINS=-1;CLICK=2147483647;RCLICK=0;INGAME=no;");
+    }
+    void outgoing()
+    {
+        QFETCH(QString, built);
+        QFETCH(QByteArray, wire);
+        QCOMPARE(ToWire(built), wire);
+    }
+
+    void roster()
+    {
+        SessionData s;
+        for (const QString& name : {u"Ann"_s, u"ANN"_s, u"Bo"_s, u"Cy"_s})
+            s.AddPlayer(name);
+        QCOMPARE(s.PlayerCount(), 3);
+        QCOMPARE(s.FindPlayer(u"ann"_s), 0);
+        QCOMPARE(s.FindPlayer(u"Cy"_s), 3);
+        QCOMPARE(s.Player(1).Wins + s.Player(1).Clicks + s.Player(1).RoundClicks + s.Player(1).Ping, 0);
+        s.Player(3).Clicks = 9;
+        s.RemovePlayer(u"bo"_s);
+        s.RemovePlayer(u"Zed"_s);
+        QCOMPARE(s.PlayerCount(), 2);
+        QCOMPARE(s.Player(2).Name, u"Cy"_s);
+        QCOMPARE(s.Player(2).Clicks, 9);
+        QVERIFY_THROWS_EXCEPTION(Fault, s.Player(0));
+        QVERIFY_THROWS_EXCEPTION(Fault, s.Player(3));
+
+        s.Player(1).Wins = 3;
+        s.InRound = true;
+        s.ChooserName = u"Ann"_s;
+        s.TargetWordIndex = 1;
+        s.RoutePath = u"Apple\r"_s;
+        s.ResetGameData(); // keeps the roster and the route
+        QCOMPARE(s.Words.size(), 1);
+        QCOMPARE(s.Words.at(0), QString());
+        QVERIFY(s.TargetWordIndex == 0 && !s.InRound && s.ChooserName.isEmpty());
+        QCOMPARE(s.Player(1).Wins, 3);
+        QCOMPARE(s.RoutePath, u"Apple\r"_s);
+    }
+
+    // PLAYERLIST: the names. STARTGAME: the list's size, its first two words.
+    void counts_data()
+    {
+        QTest::addColumn<QString>("message");
+        QTest::addColumn<QStringList>("expected");
+        const auto row = [](const char* message, const QStringList& expected) {
+            QTest::newRow(message) << QString::fromUtf8(message) << expected;
+        };
+        row("PLAYERLIST P1=ann;", {kFault});
+        row("PLAYERLIST COUNT=-3;P1=ann;", {});
+        row("PLAYERLIST COUNT=1;P0=x;P1=ann;P2=bo;", {u"ann"_s});
+        row("PLAYERLIST COUNT=5;P2=bo;P4=di;", {QString(), u"bo"_s, u"di"_s}); // one empty name
+        row("PLAYERLIST COUNT=2;P1=Ann;P2=ANN;", {u"Ann"_s});
+        row("PLAYERLIST COUNT=2147483647;P2147483647=zed;P1=ann;", {u"ann"_s, QString(), u"zed"_s});
+        row("STARTGAME COUNT=0;WORD0=Apple;WORD1=Banana;", {u"1"_s, u"Apple"_s, QString()});
+        row("STARTGAME COUNT=-1;WORD0=a;", {kFault});
+        row("STARTGAME WORD0=a;", {kFault});
+        row("STARTGAME COUNT=2147483647;WORD0=a;WORD1=b;", {u"2147483648"_s, u"a"_s, u"b"_s});
+    }
+    void counts()
+    {
+        QFETCH(QString, message);
+        QFETCH(QStringList, expected);
+        SessionData s;
+        QStringList got;
+        try {
+            if (Verb(message) == verb::PLAYERLIST) {
+                s.AddPlayersFrom(message);
+            } else {
+                const WordList words = WordList::FromStartGame(message);
+                got = {QString::number(words.size()), words.at(0), words.at(1)};
+            }
+        } catch (const Fault&) {
+            got = {kFault};
+        }
+        for (const PlayerRecord& player : s.Players())
+            got << player.Name;
+        QCOMPARE(got, expected);
+    }
+
+    void options_data()
+    {
+        QTest::addColumn<QString>("saved"); // null: the file is written as it is
+        QTest::addColumn<QByteArray>("file");
+        QTest::addColumn<QString>("loaded");
+        QTest::addColumn<QByteArray>("fileAfterLoad");
+        const auto row = [](const char* tag, const QString& saved, const char* file, const QString& loaded,
+                            const char* after) {
+            QTest::newRow(tag) << saved << QByteArray(file) << loaded << QByteArray(after);
+        };
+        row("plain", u"ann"_s, "ann\r\n", u"ann"_s, "ann\r\n");
+        row("crlf inside", u"one\r\ntwo"_s, "one\r\ntwo\r\n", u"one"_s, "one\r\ntwo\r\n");
+        row("lf inside", u"one\ntwo"_s, "one\ntwo\r\n", u"one"_s, "one\ntwo\r\n");
+        row("cp1252", u"Jos\u00e9 \u20ac"_s, "Jos\xe9 \x80\r\n", u"Jos\u00e9 \u20ac"_s, "Jos\xe9 \x80\r\n");
+        row("missing", {}, "<missing>", {}, "<missing>");
+        row("zero bytes", {}, "", {}, "");
+        row("first line empty", {}, "\r\nsecond\r\n", {}, "");
+        row("no line end", {}, "ann", u"ann"_s, "ann");
+        row("cr only", {}, "ann\rbo", u"ann"_s, "ann\rbo");
+    }
+    void options()
+    {
+        QFETCH(QString, saved);
+        QFETCH(QByteArray, file);
+        QFETCH(QString, loaded);
+        QFETCH(QByteArray, fileAfterLoad);
+        QTemporaryDir dir;
+        const Options options(dir.path());
+        QFile f(dir.filePath(u"Welcome.dat"_s));
+        const auto content = [&] {
+            f.close();
+            return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray("<missing>");
+        };
+        if (!saved.isNull()) {
+            options.SaveOption(u"Welcome"_s, u"older value"_s);
+            options.SaveOption(u"Welcome"_s, saved);
+        } else if (file != "<missing>") {
+            QVERIFY(f.open(QIODevice::WriteOnly) && f.write(file) == file.size());
+        }
+        QCOMPARE(content(), file);
+        QCOMPARE(options.LoadOption(u"Welcome"_s), loaded);
+        QCOMPARE(content(), fileAfterLoad);
+    }
+
+    void findLocalPortSkipsHeldPorts()
+    {
+        // Every port held, by others at this moment or by the test, on one address or on all.
+        std::vector<std::unique_ptr<QUdpSocket>> holders;
+        QUdpSocket* last = nullptr; // the highest port held on all addresses, so nobody else has it
+        for (quint16 port = 7200; port <= 7220; ++port) {
+            const QHostAddress address = port % 2 ? QHostAddress(QHostAddress::AnyIPv4) : TestAddress();
+            holders.push_back(std::make_unique<QUdpSocket>());
+            if (holders.back()->bind(address, port, QAbstractSocket::DontShareAddress) && port % 2)
+                last = holders.back().get();
+        }
+        QVERIFY(last);
+        UdpEndpoint probe;
+        QCOMPARE(FindLocalPort(probe), u"-1"_s);
+        const QString freed = QString::number(last->localPort());
+        last->close();
+        QCOMPARE(FindLocalPort(probe), freed);
+        QCOMPARE(probe.State(), 0); // the port is free again for the caller
+    }
+
+    void floodLeavesRoomForOtherEvents()
+    {
+        UdpEndpoint client;
+        QVERIFY(client.Bind(u"7212"_s));
+        QStringList texts;
+        qsizetype deliveredWhenOthersRan = -1;
+        connect(&client, &UdpEndpoint::DataArrival, this, [&](const QString& text) {
+            texts << text;
+            if (texts.size() == 1) // another event, queued behind the flood's first datagram
+                QTimer::singleShot(0, this, [&] { deliveredWhenOthersRan = texts.size(); });
+        });
+        for (int i = 0; i < 200; ++i) // fits the receive buffer, so none is lost before it is read
+            Send(7212, "SCOREIS NAME=Jos\xe9;");
+        QVERIFY(WaitUntil([&] { return texts.size() == 200; }, 10000));
+        QCOMPARE(texts.first(), u"SCOREIS NAME=Jos\u00e9;"_s);
+        QVERIFY(deliveredWhenOthersRan > 0 && deliveredWhenOthersRan <= 2 * UdpEndpoint::kBatch);
+    }
+
+    // A handler that lets events run receives what arrives meanwhile; one that closes, nothing more.
+    void nestedDelivery()
+    {
+        QTest::failOnWarning(QRegularExpression(u".*"_s));
+        UdpEndpoint client;
+        QVERIFY(client.Bind(u"7214"_s));
+        QStringList order;
+        connect(&client, &UdpEndpoint::DataArrival, this,
+                [&](const QString& text, const QHostAddress& from, quint16 port) {
+                    order << u"begin "_s + text;
+                    if (text == u"first"_s) WaitUntil([&] { return order.contains(u"end second"_s); }, 3000);
+                    if (text == u"PING"_s) {
+                        client.SendTo(u"PONG NAME=Jos\u00e9 \u20ac \u4e2d;"_s, from, port);
+                        client.Close();
+                    }
+                    order << u"end "_s + text;
+                });
+        Send(7214, "first");
+        QTimer::singleShot(100, this, [&] { Send(7214, "second"); });
+        QVERIFY(WaitUntil([&] { return order.size() == 4; }));
+        QCOMPARE(order, (QStringList{u"begin first"_s, u"begin second"_s, u"end second"_s, u"end first"_s}));
+        for (int i = 0; i < 3; ++i) // a later burst
+            Send(7214, "PING");
+        QVERIFY(WaitUntil([&] { return m_peer.hasPendingDatagrams(); }));
+        QCOMPARE(m_peer.receiveDatagram().data(), QByteArray("PONG NAME=Jos\xe9 \x80 ?;"));
+        QTest::qWait(50);
+        QCOMPARE(order.size(), 6);
+    }
+};
+
+QTEST_GUILESS_MAIN(tst_core)
+#include "tst_core.moc"
