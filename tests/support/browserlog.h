@@ -1,40 +1,32 @@
 #pragma once
 
-#include <QObject>
-#include <QString>
-#include <QStringList>
-
-namespace linkhop {
-class Browser;
-class WebEngineBrowser;
-} // namespace linkhop
+#include "platform/webenginebrowser.h"
+#include "scriptedserver.h"
 
 namespace linkhop::test {
 
-// Records a browser's notifications, for tests that drive a real or scripted browser.
-class BrowserLog final : public QObject
+// Records a browser's notifications.
+struct BrowserLog final : QObject
 {
-    Q_OBJECT
-
-public:
-    explicit BrowserLog(Browser& browser);
-
-    QStringList requests; // BeforeNavigate2 addresses
-    QStringList titles;   // TitleChange titles
-    void Clear();
-    QString LastTitle() const { return titles.isEmpty() ? QString() : titles.last(); }
-
+    explicit BrowserLog(Browser& browser) : browser(browser)
+    {
+        connect(&browser, &Browser::BeforeNavigate2, this, [this](const QString& url) { requests << url; });
+        connect(&browser, &Browser::TitleChange, this, [this](const QString& title) { titles << title; });
+    }
     // Waits until the last title is `title` and the browser is no longer busy.
-    bool WaitForTitle(const QString& title, int timeoutMs = 15000) const;
+    bool WaitForTitle(const QString& title, int timeoutMs = 15000) const
+    {
+        return WaitUntil([&] { return titles.value(titles.size() - 1) == title && !browser.Busy(); },
+                         timeoutMs);
+    }
 
-private:
-    Browser& m_browser;
+    Browser& browser;
+    QStringList requests; // BeforeNavigate2 addresses
+    QStringList titles;
 };
 
-// Follows the link with this element id as the player would, once the current page has loaded:
-// a script finds the element and scrolls it into view, a mouse click at its centre follows it.
-// The browser must be shown. True once the click has started a navigation; false when there is
-// no such element or no navigation starts.
+// Clicks the link with this element id with the mouse once the page has loaded (the browser must be
+// shown); whether a navigation started.
 bool ClickLink(WebEngineBrowser& browser, const QString& id);
 
 } // namespace linkhop::test

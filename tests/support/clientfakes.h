@@ -2,14 +2,9 @@
 
 #include "game/session.h"
 #include "platform/browser.h"
-#include "platform/services.h"
 
-#include <QList>
-#include <QPointer>
 #include <QStringList>
 #include <QTemporaryDir>
-
-#include <functional>
 #include <memory>
 
 namespace linkhop::test {
@@ -30,8 +25,17 @@ public:
     std::function<void(const QString& text)> onMessageBox;
     std::function<void(const QString& prompt)> onInputBox;
 
-    void MessageBox(const QString& text, Icon icon) override;
-    QString InputBox(const QString& prompt) override;
+    void MessageBox(const QString& text, Icon icon) override
+    {
+        messageBoxes.append({text, icon});
+        if (onMessageBox) onMessageBox(text);
+    }
+    QString InputBox(const QString& prompt) override
+    {
+        inputPrompts.append(prompt);
+        if (onInputBox) onInputBox(prompt);
+        return inputAnswers.isEmpty() ? QString() : inputAnswers.takeFirst();
+    }
     QStringList MessageTexts() const;
 };
 
@@ -41,7 +45,12 @@ public:
     QStringList started;
     bool succeed = true;
     std::function<void(const QString& program)> onStart;
-    bool Start(const QString& program) override;
+    bool Start(const QString& program) override
+    {
+        started.append(program);
+        if (onStart) onStart(program);
+        return succeed;
+    }
 };
 
 class RecordingProgramEnd final : public ProgramEnd
@@ -51,15 +60,14 @@ public:
     void End(int exitCode) override { endings.append(exitCode); }
 };
 
-// A browser without a network: every navigation is recorded, raises BeforeNavigate2 and, after
-// `loadDelayMs`, the title that `titleFor` gives for its address (none when that is empty), then
-// stops being busy. A newer navigation supersedes one still loading, as in a real browser.
+// A browser without a network: each navigation is recorded, raises BeforeNavigate2 and after
+// `loadDelayMs` the title `titleFor` gives (if any), superseding one still loading.
 class ScriptedBrowser final : public Browser
 {
     Q_OBJECT
 
 public:
-    explicit ScriptedBrowser(QWidget* parent = nullptr);
+    using Browser::Browser;
 
     QStringList navigations;
     int backs = 0;
@@ -69,9 +77,6 @@ public:
     void Navigate(const QString& url) override;
     bool Busy() const override { return m_busy; }
     void GoBack() override;
-    // What the user clicking a link looks like: the same as Navigate, but not by the program.
-    void Follow(const QString& url) { Navigate(url); }
-    QString CurrentUrl() const { return m_history.isEmpty() ? QString() : m_history.last(); }
 
 private:
     void Load(const QString& url);
@@ -80,8 +85,7 @@ private:
     QStringList m_history;
 };
 
-// A client assembled for a test: a temporary program folder, scripted services, a session.
-// Its browsers are ScriptedBrowsers unless another factory is given.
+// A temporary program folder, scripted services (ScriptedBrowsers unless given a factory), a session.
 struct TestClient
 {
     explicit TestClient(BrowserFactory browsers = {});
@@ -89,11 +93,13 @@ struct TestClient
     ScriptedPrompts prompts;
     RecordingLauncher launcher;
     RecordingProgramEnd programEnd;
-    QList<QPointer<ScriptedBrowser>> browsers;
     // False: the browser factory gives none, as the client's does until it has one to give.
     bool giveBrowsers = true;
     std::unique_ptr<Session> session;
-    ScriptedBrowser* LastBrowser() const { return browsers.isEmpty() ? nullptr : browsers.last().data(); }
+    ScriptedBrowser* LastBrowser() const { return m_lastBrowser; }
+
+private:
+    QPointer<ScriptedBrowser> m_lastBrowser;
 };
 
 } // namespace linkhop::test

@@ -1,25 +1,19 @@
 #pragma once
 
-#include <QHostAddress>
-#include <QList>
-#include <QObject>
-#include <QString>
-#include <QStringList>
+#include "core/udpendpoint.h"
 
+#include <QStringList>
 #include <functional>
 
 namespace linkhop::test {
 
-// Loopback address for scripted servers and the test encyclopedia: 127.0.0.2 unless the
-// environment variable LINKHOP_TEST_ADDRESS names another loopback address, so that several
-// test runs can share a machine. Not 127.0.0.1, which the host dialog refuses to host at.
+// LINKHOP_TEST_ADDRESS, or 127.0.0.2 (the host dialog refuses 127.0.0.1).
 QHostAddress TestAddress();
 
 // Lets events run until `done` holds or `timeoutMs` passes; returns whether `done` held.
 bool WaitUntil(const std::function<bool()>& done, int timeoutMs = 5000);
 
-// A stand-in game server: binds the test address at port 7200 (or another), records every
-// datagram it receives, and answers from a script keyed by verb.
+// A stand-in game server on TestAddress():7200: records every datagram and answers by verb.
 class ScriptedServer final : public QObject
 {
     Q_OBJECT
@@ -28,38 +22,34 @@ public:
     struct Datagram
     {
         QString text;
-        QHostAddress from;
         quint16 port = 0;
     };
     using Script = std::function<QStringList(const Datagram&)>;
 
-    explicit ScriptedServer(QObject* parent = nullptr);
-    ~ScriptedServer() override;
-
-    bool Listen(quint16 port = 7200, const QHostAddress& address = TestAddress());
-    QHostAddress Address() const;
-    void Close();
+    ScriptedServer();
+    bool Listen();
+    QHostAddress Address() const { return TestAddress(); }
 
     // Answers every datagram with this verb by sending the returned texts back to its sender.
-    void OnVerb(const QString& verb, Script script);
-    void OnVerb(const QString& verb, const QStringList& replies);
+    void OnVerb(const QString& verb, Script script) { m_scripts.insert(verb, std::move(script)); }
+    void OnVerb(const QString& verb, const QStringList& r)
+    {
+        OnVerb(verb, [r](const Datagram&) { return r; });
+    }
 
     const QList<Datagram>& Received() const { return m_received; }
-    QStringList ReceivedTexts() const;
-    QStringList ReceivedWithVerb(const QString& verb) const;
-    void ClearReceived() { m_received.clear(); }
-
-    // Waits for the n-th datagram (1-based) with this verb; returns its text or empty on time-out.
+    QStringList ReceivedTexts() const { return ReceivedWithVerb({}); }
+    QStringList ReceivedWithVerb(const QString& verb) const; // every datagram when `verb` is empty
+    // The n-th datagram (1-based) with this verb once it has come; empty on time-out.
     QString WaitForVerb(const QString& verb, int n = 1, int timeoutMs = 5000);
 
-    // Sends to the last client that spoke, or to an explicit port on the test address.
-    void Send(const QString& text);
-    void SendTo(const QString& text, quint16 port, const QHostAddress& address = TestAddress());
-    quint16 LastSenderPort() const { return m_lastPort; }
+    // To the last client that spoke, or to a port on the test address.
+    void Send(const QString& text) { m_endpoint.SendTo(text, m_lastAddress, m_lastPort); }
+    void SendTo(const QString& text, quint16 port) { m_endpoint.SendTo(text, TestAddress(), port); }
 
 private:
-    class Impl;
-    Impl* m_impl;
+    UdpEndpoint m_endpoint;
+    QHash<QString, Script> m_scripts;
     QList<Datagram> m_received;
     QHostAddress m_lastAddress;
     quint16 m_lastPort = 0;

@@ -1,0 +1,130 @@
+#include "browserlog.h"
+#include "clientfakes.h"
+#include "core/localport.h"
+#include "sessionfixture.h"
+
+#include <QPointer>
+#include <QTest>
+#include <QTimer>
+#include <QWebEnginePage>
+#include <QWebEngineView>
+
+using namespace Qt::Literals::StringLiterals;
+
+namespace linkhop::test {
+
+QStringList ScriptedPrompts::MessageTexts() const
+{
+    QStringList texts;
+    for (const Shown& s : messageBoxes)
+        texts.append(s.text);
+    return texts;
+}
+
+void ScriptedBrowser::Navigate(const QString& url)
+{
+    m_history.append(url);
+    Load(url);
+}
+
+void ScriptedBrowser::GoBack()
+{
+    ++backs;
+    if (m_history.size() < 2) return;
+    m_history.removeLast();
+    Load(m_history.last());
+}
+
+void ScriptedBrowser::Load(const QString& url)
+{
+    navigations.append(url);
+    m_busy = true;
+    const quint64 generation = ++m_generation;
+    QTimer::singleShot(0, this, [this, url, generation] {
+        if (generation != m_generation) return;
+        Q_EMIT BeforeNavigate2(url);
+        QTimer::singleShot(loadDelayMs, this, [this, url, generation] {
+            if (generation != m_generation) return;
+            const QString title = titleFor ? titleFor(url) : QString();
+            m_busy = false;
+            if (!title.isEmpty()) Q_EMIT TitleChange(title);
+        });
+    });
+}
+
+TestClient::TestClient(BrowserFactory browsers)
+{
+    BrowserFactory scripted = [this](QWidget* parent) -> Browser* {
+        return giveBrowsers ? (m_lastBrowser = new ScriptedBrowser(parent)) : nullptr;
+    };
+    const Services services{&prompts, &launcher, &programEnd, browsers ? std::move(browsers) : scripted};
+    session = std::make_unique<Session>(folder.path(), services, SiteConfig{u"wiki.test"_s, u"wiki.test"_s});
+}
+
+RunningSession::RunningSession(const Options& options)
+    : client(options.encyclopedia.isEmpty() ? BrowserFactory()
+                                            : WebEngineBrowserFactory(options.encyclopedia))
+{
+    client.giveBrowsers = options.withBrowser;
+    if (!server.Listen()) qFatal("the scripted server cannot bind port 7200");
+    Session& s = S();
+    if (!options.encyclopedia.isEmpty()) s.SetSite({options.encyclopedia, options.encyclopedia});
+    s.ServerAddress = TestAddress().toString();
+    s.PlayerName = options.names.value(0);
+    UdpEndpoint probe;
+    s.LocalPort = FindLocalPort(probe);
+    s.JoinInProgress = options.joinInProgress;
+    for (const QString& name : options.names)
+        s.AddPlayer(name);
+    s.ResetGameData();
+    OpenSessionWindows(s, false, QString());
+    game = s.Game();
+    browser = client.LastBrowser();
+    // The main page has loaded.
+    WaitUntil([&] { return !game || !game->wbMain || !game->wbMain->Busy(); }, 20000);
+}
+
+bool RunningSession::Deliver(const QStringList& datagrams)
+{
+    for (const QString& d : datagrams)
+        server.SendTo(d, Port());
+    const QString mark = u"mark"_s + QString::number(++marks);
+    server.SendTo(u"PING TIME="_s + mark + u';', Port());
+    const QString pong = u"PONG NAME="_s + S().PlayerName + u";TIME=" + mark + u';';
+    return WaitUntil([&] { return server.ReceivedTexts().contains(pong); }, 15000);
+}
+
+bool ClickLink(WebEngineBrowser& browser, const QString& id)
+{
+    // A title can come before its document has loaded (from history, on going back).
+    if (!WaitUntil([&] { return !browser.Busy(); }, 15000)) return false;
+    const QString locate =
+        u"(function () { var e = document.getElementById('"_s + id +
+        u"'); if (!e) return null; e.scrollIntoView();"
+        u" var r = e.getBoundingClientRect(); return [r.left + r.width / 2, r.top + r.height / 2]; })()";
+    bool answered = false;
+    QVariantList centre;
+    QPointer<WebEngineBrowser> guard(&browser);
+    browser.Page()->runJavaScript(locate, [&](const QVariant& result) {
+        centre = result.toList();
+        answered = true;
+    });
+    if (!WaitUntil([&] { return answered || !guard; }, 15000) || !guard || centre.size() != 2) return false;
+    auto* view = browser.findChild<QWebEngineView*>();
+    QWidget* target = view ? view->focusProxy() : nullptr;
+    if (!target) return false;
+    const QPoint point(qRound(centre[0].toDouble()), qRound(centre[1].toDouble()));
+    // Only a user's click adds a history entry that going back stops at; the engine ignores input
+    // until a new page has been painted, so the click is repeated until a navigation starts.
+    bool navigated = false;
+    const auto connection =
+        QObject::connect(&browser, &Browser::BeforeNavigate2, &browser, [&] { navigated = true; });
+    for (int attempt = 0; attempt < 50 && guard && !navigated; ++attempt) {
+        QTest::mouseClick(target, Qt::LeftButton, {}, point);
+        WaitUntil([&] { return navigated || !guard; }, 200);
+    }
+    if (guard) QObject::disconnect(connection);
+    return navigated;
+}
+
+} // namespace linkhop::test
