@@ -1,12 +1,8 @@
 #pragma once
 
 #include <QApplication>
-#include <QObject>
-#include <QPointer>
 #include <QTimer>
-#include <QWidget>
 #include <functional>
-#include <memory>
 
 namespace linkhop::test {
 
@@ -18,39 +14,27 @@ template <class Control> Control* Find(const QObject* window, const QString& nam
     return control;
 }
 
-inline const QString kModalWaitName = QStringLiteral("WhenModal");
-
 // Runs `act` on the modal dialog of type Dialog as soon as one is open, from the dialog's own
 // event loop. Gives up silently after `timeoutMs`, or when StopModalWaits runs.
 template <class Dialog> void WhenModal(std::function<void(Dialog*)> act, int timeoutMs = 5000)
 {
     auto* poll = new QTimer(qApp);
-    poll->setObjectName(kModalWaitName);
-    poll->setInterval(10);
-    auto left = std::make_shared<int>(timeoutMs / 10);
-    QObject::connect(poll, &QTimer::timeout, poll, [poll, act = std::move(act), left] {
-        if (auto* dialog = qobject_cast<Dialog*>(QApplication::activeModalWidget())) {
-            poll->stop();
-            poll->deleteLater();
-            act(dialog);
-        } else if (--*left <= 0) {
-            poll->stop();
-            poll->deleteLater();
-        }
+    poll->setObjectName(QStringLiteral("WhenModal"));
+    int left = timeoutMs / 10;
+    QObject::connect(poll, &QTimer::timeout, poll, [poll, act = std::move(act), left]() mutable {
+        auto* dialog = qobject_cast<Dialog*>(QApplication::activeModalWidget());
+        if (!dialog && --left > 0) return;
+        poll->stop();
+        poll->deleteLater();
+        if (dialog) act(dialog);
     });
-    poll->start();
+    poll->start(10);
 }
 
 // Ends every wait that WhenModal left, so that none outlives the test whose state it uses.
 inline void StopModalWaits()
 {
-    qDeleteAll(qApp->findChildren<QTimer*>(kModalWaitName, Qt::FindDirectChildrenOnly));
-}
-
-// Runs the deletions that windows scheduled for themselves.
-inline void RunDeferredDeletes()
-{
-    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    qDeleteAll(qApp->findChildren<QTimer*>(QStringLiteral("WhenModal"), Qt::FindDirectChildrenOnly));
 }
 
 } // namespace linkhop::test
