@@ -1,76 +1,79 @@
 #pragma once
 
-#include <QByteArray>
 #include <QElapsedTimer>
-#include <QHostAddress>
-#include <QList>
-#include <QObject>
+#include <QFile>
 #include <QTimer>
+#include <QUdpSocket>
 #include <atomic>
+#include <chrono>
 #include <thread>
 
 namespace linkhop::test {
 
-// Sends datagrams to one address and port from a thread of its own, at a steady rate, round robin
-// over a list, so that the flood goes on whatever the receiving event loop does. Stops when
-// destroyed.
+// Sends `datagrams` round robin to `to`:`port`, `perSecond`, from a thread of its own, whatever the
+// receiving event loop does; behind by more than a twentieth of a second, it skips ahead.
 class Flooder final
 {
-    Q_DISABLE_COPY_MOVE(Flooder)
-
 public:
-    // perSecond 0: as fast as the socket takes them. `from` picks the sender's address.
-    Flooder(QList<QByteArray> datagrams, const QHostAddress& to, quint16 port, int perSecond,
-            const QHostAddress& from = QHostAddress(QHostAddress::AnyIPv4));
-    ~Flooder();
-
-    void Stop();
-    quint64 Sent() const { return m_sent.load(std::memory_order_relaxed); }
-    // Datagrams the socket refused (its buffer full); not counted in Sent().
-    quint64 Refused() const { return m_refused.load(std::memory_order_relaxed); }
+    Flooder(QList<QByteArray> datagrams, QHostAddress to, quint16 port, int perSecond,
+            QHostAddress from = QHostAddress(QHostAddress::AnyIPv4))
+        : m_thread([=, this] {
+              QUdpSocket socket;
+              if (datagrams.isEmpty() || !socket.bind(from, 0)) return;
+              const auto start = std::chrono::steady_clock::now();
+              for (qint64 done = 0; !m_stop;) {
+                  const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - start;
+                  const auto due = qint64(elapsed.count() * perSecond);
+                  done = std::max(done, due - std::max(1, perSecond / 20));
+                  if (done >= due) std::this_thread::sleep_for(std::chrono::microseconds(200));
+                  for (; done < due; ++done)
+                      if (socket.writeDatagram(datagrams[done % datagrams.size()], to, port) >= 0) ++m_sent;
+              }
+          })
+    {
+    }
+    ~Flooder() { Stop(); }
+    void Stop()
+    {
+        if (!m_stop.exchange(true)) m_thread.join();
+    }
+    quint64 Sent() const { return m_sent; }
 
 private:
-    void Run(QHostAddress to, quint16 port, QHostAddress from);
-
-    QList<QByteArray> m_datagrams;
-    int m_perSecond;
     std::atomic<bool> m_stop{false};
     std::atomic<quint64> m_sent{0};
-    std::atomic<quint64> m_refused{0};
-    std::thread m_thread;
+    std::thread m_thread; // last: it starts running in the constructor
 };
 
-// Ticks every `intervalMs` on the thread that creates it and keeps the longest time between two
-// ticks. LongestHeldMs leaves out the time the thread was ready to run but the machine ran
-// something else (Linux tells it per thread), so that it measures what this program did: held
-// the event loop, busy or blocked. Elsewhere it is the wall-clock gap.
-class Heartbeat final : public QObject
+// Ticks every 10 ms and keeps the longest time between two ticks, less the time this thread was
+// ready to run while the machine ran something else: how long the program held its event loop.
+class Heartbeat final
 {
-    Q_OBJECT
-    Q_DISABLE_COPY_MOVE(Heartbeat)
-
 public:
-    explicit Heartbeat(int intervalMs = 10, QObject* parent = nullptr);
-
-    void Restart();
-    void Stop() { m_timer.stop(); }
-    double LongestGapMs() const { return m_longestGapMs; }
+    Heartbeat()
+    {
+        m_clock.start();
+        m_lastNs = HeldNs();
+        QObject::connect(&m_timer, &QTimer::timeout, &m_timer, [this] {
+            const qint64 last = std::exchange(m_lastNs, HeldNs());
+            m_longestHeldMs = std::max(m_longestHeldMs, double(m_lastNs - last) / 1e6);
+        });
+        m_timer.start(10);
+    }
     double LongestHeldMs() const { return m_longestHeldMs; }
-    int Ticks() const { return m_ticks; }
 
 private:
-    void Tick();
+    qint64 HeldNs() const
+    {
+        // Linux tells per thread: time running, time waiting for a processor, time slices.
+        QFile stat(QStringLiteral("/proc/thread-self/schedstat"));
+        const bool told = stat.open(QIODevice::ReadOnly);
+        return m_clock.nsecsElapsed() - (told ? stat.readLine().split(' ').value(1).toLongLong() : 0);
+    }
     QTimer m_timer;
-    QElapsedTimer m_wall;
-    qint64 m_lastWallNs = 0;
-    qint64 m_lastWaitNs = 0;
-    double m_longestGapMs = 0;
+    QElapsedTimer m_clock;
+    qint64 m_lastNs = 0;
     double m_longestHeldMs = 0;
-    int m_ticks = 0;
 };
-
-// Nanoseconds the calling thread has spent ready to run but waiting for a processor; 0 where the
-// platform does not tell.
-qint64 RunQueueWaitNs();
 
 } // namespace linkhop::test
