@@ -1,0 +1,20 @@
+#!/usr/bin/env bash
+# Builds the benchmark programs and runs each in turn; every one prints its own figures.
+# Run it on a quiet machine: the figures are medians, but two busy cores still move them.
+#   scripts/bench.sh
+# Environment: BUILD_DIR (default build).
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+scripts/setup.sh
+
+build_dir=${BUILD_DIR:-build}
+cmake -S . -B "$build_dir" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo
+cmake --build "$build_dir" -j2 --target bench_wire bench_server bench_navigate bench_gamewindow \
+    bench_dispatch
+export QT_QPA_PLATFORM=offscreen
+[ "$(id -u)" = 0 ] && export QTWEBENGINE_DISABLE_SANDBOX=1
+for bench in bench_wire bench_server bench_navigate bench_gamewindow bench_dispatch; do
+    printf '\n==== %s\n' "$bench"
+    "$build_dir/bin/$bench"
+done
