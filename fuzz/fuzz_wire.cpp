@@ -1,5 +1,6 @@
 // Verb extraction, field reading and the roster's PLAYERLIST handling on arbitrary datagrams.
-// Windows-1252 must carry every byte there and back; IndexedParams must read each field as GetParam.
+// Windows-1252 with escaped UTF-8 must carry every byte and character there and back; IndexedParams
+// must read each field as GetParam.
 #include "core/fault.h"
 #include "core/sessiondata.h"
 #include "core/wire.h"
@@ -13,7 +14,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
     const QByteArrayView bytes(reinterpret_cast<const char*>(data), qsizetype(size));
     const QString text = FromWire(bytes);
-    if (ToWire(text) != bytes) std::abort(); // every byte, the five undefined ones included
+    if (ToWire(text) != bytes) std::abort();          // every byte, the five undefined ones included
+    if (FromWire(ToWire(text)) != text) std::abort(); // escaped characters come back as themselves
     (void)Verb(text);
     (void)ChatText(text);
     const QMap<qint32, QString> fields = IndexedParams(text, u"P");

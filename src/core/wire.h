@@ -31,7 +31,12 @@ qint32 Number(QStringView text);
 // Removes every "=" and then every ";" from user-typed names and passwords.
 QString CleanField(QString text);
 
-// Text on the wire is Windows-1252 both ways; a character it cannot carry is sent as "?".
+// Text on the wire is Windows-1252 both ways. A character Windows-1252 cannot carry travels as its
+// UTF-8 bytes, each written "%" and two upper-case hex digits ("Ł" is "%C5%81"), so that titles
+// such as Łódź survive between Linkhop programs, while text Windows-1252 can carry keeps exactly its
+// bytes. Reading turns back only such runs: escapes in lower case, of invalid UTF-8, or of a
+// character Windows-1252 has ("%C3%A9" for "é") stay as they are. So ToWire(FromWire(b)) is b for
+// every byte string b.
 QByteArray ToWire(QStringView text);
 QString FromWire(QByteArrayView bytes);
 

@@ -107,7 +107,8 @@ private Q_SLOTS:
         row(msg::SetWords(u"Apple", u"Banana"), "SETWORDS COUNT=1;WORD0=Apple;WORD1=Banana;");
         row(msg::Status(u"game.example", u"7201"), "STATUS SERVER=game.example;PORT=7201;");
         row(u"Caf\u00e9 \u20ac \u201cq\u201d \u2014 \u0178 \u4e2d\U0001F600"_s,
-            "Caf\xe9 \x80 \x93q\x94 \x97 \x9f ??");
+            "Caf\xe9 \x80 \x93q\x94 \x97 \x9f %E4%B8%AD%F0%9F%98%80");
+        row(msg::Navigate(u"ann", u"\u0141\u00f3d\u017a"), "NAVIGATE NAME=ann;URL=%C5%81\363d%C5%BA;");
         row(msg::ScoreIs(u"ann", -1, 2147483647, 0, false),
             "SCOREIS NAME=ann;WINS=-1;CLICK=2147483647;RCLICK=0;INGAME=no;");
     }
@@ -116,6 +117,38 @@ private Q_SLOTS:
         QFETCH(QString, built);
         QFETCH(QByteArray, wire);
         QCOMPARE(ToWire(built), wire);
+    }
+
+    // Characters Windows-1252 lacks travel as escaped UTF-8; every other byte reads as itself.
+    void textOutsideWindows1252_data()
+    {
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<QByteArray>("wire");
+        QTest::addColumn<QString>("read"); // what the wire reads back as
+        const auto row = [](const char* tag, const QString& text, const char* wire, const QString& read) {
+            QTest::newRow(tag) << text << QByteArray(wire) << read;
+        };
+        row("Lodz", u"\u0141\u00f3d\u017a"_s, "%C5%81\363d%C5%BA", u"\u0141\u00f3d\u017a"_s);
+        row("emoji", u"a\U0001F600"_s, "a%F0%9F%98%80", u"a\U0001F600"_s);
+        row("lone surrogate", QString(QChar(0xD800)) + u'x', "?x", u"?x"_s);
+        row("percent", u"100% AT&T"_s, "100% AT&T", u"100% AT&T"_s);
+        // Escapes ToWire never writes stay literal text.
+        row("lower case", u"%c5%81"_s, "%c5%81", u"%c5%81"_s);
+        row("Windows-1252 character", u"%C3%A9"_s, "%C3%A9", u"%C3%A9"_s);
+        row("truncated", u"%C5%8"_s, "%C5%8", u"%C5%8"_s);
+        row("no continuation", u"%C5%C5%81"_s, "%C5%C5%81", u"%C5\u0141"_s);
+        row("overlong", u"%C0%80%E0%80%80"_s, "%C0%80%E0%80%80", u"%C0%80%E0%80%80"_s);
+        row("surrogate", u"%ED%A0%80"_s, "%ED%A0%80", u"%ED%A0%80"_s);
+        row("beyond Unicode", u"%F4%90%80%80"_s, "%F4%90%80%80", u"%F4%90%80%80"_s);
+    }
+    void textOutsideWindows1252()
+    {
+        QFETCH(QString, text);
+        QFETCH(QByteArray, wire);
+        QFETCH(QString, read);
+        QCOMPARE(ToWire(text), wire);
+        QCOMPARE(FromWire(wire), read);
+        QCOMPARE(ToWire(FromWire(wire)), wire);
     }
 
     void roster()
@@ -295,7 +328,7 @@ private Q_SLOTS:
         for (int i = 0; i < 3; ++i) // a later burst
             Send(7214, "PING");
         QVERIFY(WaitUntil([&] { return m_peer.hasPendingDatagrams(); }));
-        QCOMPARE(m_peer.receiveDatagram().data(), QByteArray("PONG NAME=Jos\xe9 \x80 ?;"));
+        QCOMPARE(m_peer.receiveDatagram().data(), QByteArray("PONG NAME=Jos\xe9 \x80 %E4%B8%AD;"));
         QTest::qWait(50);
         QCOMPARE(order.size(), 6);
     }
