@@ -4,6 +4,9 @@
 #   scripts/setup.sh [--fuzz] [package...]
 #   --fuzz   also clang, libFuzzer's runtime (libclang-rt-dev, on Debian 12 libclang-rt-14-dev,
 #            which holds libclang_rt.fuzzer) and llvm (llvm-symbolizer for readable crash stacks)
+# The tests play on a real encyclopedia engine: Debian's MediaWiki, run by PHP's own web server.
+# The package brings a web server along (Apache, or PHP's FastCGI server); it is installed without
+# starting any service, and left disabled.
 set -euo pipefail
 
 packages=(
@@ -18,16 +21,47 @@ for arg in "$@"; do
     esac
 done
 
-missing=()
-for package in "${packages[@]}"; do
-    if ! dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q 'install ok installed'; then
-        missing+=("$package")
-    fi
-done
-[ ${#missing[@]} -eq 0 ] && exit 0
+wiki_packages=(mediawiki php-cli php-sqlite3)
+
+missing_of() {
+    for package in "$@"; do
+        if ! dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q 'install ok installed'; then
+            echo "$package"
+        fi
+    done
+}
+mapfile -t missing < <(missing_of "${packages[@]}")
+mapfile -t missing_wiki < <(missing_of "${wiki_packages[@]}")
+[ ${#missing[@]} -eq 0 ] && [ ${#missing_wiki[@]} -eq 0 ] && exit 0
 
 sudo=()
 [ "$(id -u)" -ne 0 ] && sudo=(sudo)
-echo "Installing: ${missing[*]}"
+echo "Installing: ${missing[*]} ${missing_wiki[*]}"
 "${sudo[@]}" apt-get update -q
-DEBIAN_FRONTEND=noninteractive "${sudo[@]}" apt-get install -y -q "${missing[@]}"
+if [ ${#missing[@]} -gt 0 ]; then
+    DEBIAN_FRONTEND=noninteractive "${sudo[@]}" apt-get install -y -q "${missing[@]}"
+fi
+if [ ${#missing_wiki[@]} -gt 0 ]; then
+    # A policy that refuses every service start, for the time of this installation only.
+    policy=/usr/sbin/policy-rc.d
+    own_policy=false
+    if [ ! -e "$policy" ]; then
+        own_policy=true
+        printf '#!/bin/sh\nexit 101\n' | "${sudo[@]}" tee "$policy" >/dev/null
+        "${sudo[@]}" chmod 755 "$policy"
+        trap '"${sudo[@]}" rm -f "$policy"' EXIT
+    fi
+    DEBIAN_FRONTEND=noninteractive "${sudo[@]}" apt-get install -y -q --no-install-recommends "${missing_wiki[@]}"
+    # The web servers PHP comes with: Apache, or PHP's FastCGI server.
+    for unit in /lib/systemd/system/apache2.service /lib/systemd/system/apache-htcacheclean.service \
+        /lib/systemd/system/php*-fpm.service; do
+        [ -e "$unit" ] || continue
+        service=$(basename "$unit" .service)
+        "${sudo[@]}" systemctl disable "$service" >/dev/null 2>&1 || true
+        "${sudo[@]}" update-rc.d "$service" disable >/dev/null 2>&1 || true
+    done
+    if $own_policy; then
+        "${sudo[@]}" rm -f "$policy"
+        trap - EXIT
+    fi
+fi

@@ -1,0 +1,28 @@
+<?php
+// Settings of the test encyclopedia, read after those that install.php wrote. $linkhopWiki is the
+// wiki's folder. The site looks like the English encyclopedia: named Wikipedia, articles under
+// /wiki/, the Vector 2022 skin.
+if ( !defined( 'MEDIAWIKI' ) ) {
+	exit;
+}
+// Whatever address the test serves it on.
+$wgServer = WebRequest::detectServer();
+$wgCanonicalServer = $wgServer;
+$wgArticlePath = '/wiki/$1';
+$wgUsePathInfo = true;
+$wgDefaultSkin = 'vector-2022';
+$wgCacheDirectory = "$linkhopWiki/cache";
+$wgEnableUploads = true;
+$wgUploadDirectory = "$linkhopWiki/root/images";
+$wgUploadPath = '/images';
+$wgUseImageMagick = false;
+$wgUseInstantCommons = false;
+// PHP's own server runs a few workers on one SQLite file: keep writes during page views rare.
+$wgMainCacheType = CACHE_NONE;
+$wgParserCacheType = CACHE_NONE;
+$wgMessageCacheType = CACHE_NONE;
+$wgSessionCacheType = CACHE_DB;
+$wgJobRunRate = 0;
+$wgEnableEmail = false;
+$wgShowExceptionDetails = true;
+$wgRateLimits = [];
