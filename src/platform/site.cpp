@@ -1,5 +1,7 @@
 #include "site.h"
 
+#include <QUrl>
+
 using namespace Qt::Literals::StringLiterals;
 
 namespace linkhop {
@@ -13,7 +15,9 @@ QString SiteConfig::MainPage() const { return u"http://"_s % host % u"/wiki/Main
 
 QString SiteConfig::Search(QStringView text) const
 {
-    return u"http://"_s % host % u"/wiki/Special:Search?search=" % text % u"&go=Go";
+    // Left as it was typed, "&" would end the search text and "+" would read as a space.
+    const QString escaped = QString::fromLatin1(QUrl::toPercentEncoding(text.toString()));
+    return u"http://"_s % host % u"/wiki/Special:Search?search=" % escaped % u"&go=Go";
 }
 
 } // namespace linkhop

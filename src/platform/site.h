@@ -15,7 +15,9 @@ struct SiteConfig
     static SiteConfig Compiled();
 
     QString MainPage() const;
-    // The search address of a text, the text inserted unchanged.
+    // The search address of a text. The text is percent-encoded, so that the encyclopedia searches
+    // for it as typed ("AT&T", "C++", "100%"); the rest of the address is as the game has always
+    // written it.
     QString Search(QStringView text) const;
 };
 

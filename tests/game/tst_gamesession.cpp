@@ -16,7 +16,11 @@ QString Label(const QWidget& w, const char* name)
 {
     return w.findChild<QLabel*>(QString::fromLatin1(name))->text();
 }
-QString Search(const QString& w) { return u"http://wiki.test/wiki/Special:Search?search="_s + w + u"&go=Go"; }
+// The search address of an escaped text.
+QString Search(const QString& w)
+{
+    return u"http://wiki.test/wiki/Special:Search?search="_s + w + u"&go=Go";
+}
 
 } // namespace
 
@@ -126,7 +130,7 @@ private Q_SLOTS:
         QVERIFY(!f.S().InRound && f.S().RoutePath == u"Apple\r"_s);
         // Pages the server opens.
         QVERIFY(f.Deliver({u"NAVIGATE URL=New York;"_s, u"SETRANDOM SRC=3;URL=Pear;"_s}));
-        QCOMPARE(f.browser->navigations.mid(1), (QStringList{Search(u"New York"_s), Search(u"Pear"_s)}));
+        QCOMPARE(f.browser->navigations.mid(1), (QStringList{Search(u"New%20York"_s), Search(u"Pear"_s)}));
         QCOMPARE(f.game->Navigation.LastReported, u"Pear"_s);
         QVERIFY(!f.Transcript().contains(u"Pear"_s));
         QVERIFY(f.Deliver({u"SETRANDOM SRC=1;URL=Apple;"_s, u"SETRANDOM SRC=2;URL=Banana split;"_s}));

@@ -9,6 +9,7 @@
 #include <QLineEdit>
 #include <QListWidget>
 #include <QPushButton>
+#include <QUrl>
 #include <QtTest>
 
 using namespace Qt::Literals::StringLiterals;
@@ -17,16 +18,21 @@ using namespace linkhop::test;
 
 namespace {
 
-QString Text(const QWidget& window, const QString& name) { return window.findChild<QLabel*>(name)->text(); }
+QString Text(const QWidget& window, const QString& name)
+{
+    return window.findChild<QLabel*>(name)->text();
+}
 
 // Titles of a scripted encyclopedia: only these words (lower-cased) lead to an article.
 QString TitleFor(const QString& url)
 {
-    static const QHash<QString, QString> articles{
-        {u"apple"_s, u"Apple"_s}, {u"big apple"_s, u"New York City"_s}, {u"fruit of apple"_s, u"Apple"_s},
-        {u"banana"_s, u"Banana"_s}, {u"pear"_s, u"Pear"_s}};
+    static const QHash<QString, QString> articles{{u"apple"_s, u"Apple"_s},
+                                                  {u"big apple"_s, u"New York City"_s},
+                                                  {u"fruit of apple"_s, u"Apple"_s},
+                                                  {u"banana"_s, u"Banana"_s},
+                                                  {u"pear"_s, u"Pear"_s}};
     const qsizetype at = url.indexOf(u"search="_s);
-    const QString word = url.mid(at + 7).section(u'&', 0, 0).toLower();
+    const QString word = QUrl::fromPercentEncoding(url.mid(at + 7).section(u'&', 0, 0).toUtf8()).toLower();
     return at < 0 ? u"Wikipedia, the free encyclopedia"_s
                   : articles.value(word, u"Search"_s) + u" - Wikipedia, the free encyclopedia"_s;
 }

@@ -1,7 +1,9 @@
 #include "core/pagerules.h"
 #include "platform/classictitle.h"
+#include "platform/site.h"
 
 #include <QUrl>
+#include <QUrlQuery>
 #include <QtTest>
 
 using namespace Qt::Literals::StringLiterals;
@@ -56,6 +58,30 @@ private Q_SLOTS:
         QFETCH(QString, domain);
         QFETCH(QString, classic);
         QCOMPARE(ClassicTitle(title, QUrl(url), domain), classic);
+    }
+
+    // The search address carries the text as typed, whatever it holds.
+    void searchAddress_data()
+    {
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<QString>("search"); // what the encyclopedia reads as the search text
+        for (const char* text : {"AT&T", "C++", "100%", "Tom & Jerry", "a=b;c#d",
+                                 "\xc5\x81\xc3\xb3"
+                                 "d\xc5\xba",
+                                 "1+1=2"})
+            QTest::newRow(text) << QString::fromUtf8(text) << QString::fromUtf8(text);
+    }
+    void searchAddress()
+    {
+        QFETCH(QString, text);
+        QFETCH(QString, search);
+        const QUrl url(SiteConfig{u"en.wikipedia.org"_s, u"wikipedia.org"_s}.Search(text), QUrl::StrictMode);
+        QVERIFY(url.isValid());
+        QCOMPARE(url.toString(QUrl::RemoveQuery), u"http://en.wikipedia.org/wiki/Special:Search"_s);
+        const QUrlQuery query(url);
+        QCOMPARE(query.queryItems(QUrl::FullyDecoded).size(), 2);
+        QCOMPARE(query.queryItemValue(u"search"_s, QUrl::FullyDecoded), search);
+        QCOMPARE(query.queryItemValue(u"go"_s), u"Go"_s);
     }
 
     void pageCategory_data()
