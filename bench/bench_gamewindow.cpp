@@ -5,13 +5,14 @@
 //
 // Run headless: QT_QPA_PLATFORM=offscreen (and QTWEBENGINE_DISABLE_SANDBOX=1 when run as root).
 // The first argument is the number of warm samples. Memory is measured in fresh processes of this
-// program (it calls itself with --memory <what>).
+// program (it calls itself with --memory <what> <encyclopedia host>).
 #include "clientfakes.h"
-#include "encyclopedia.h"
 #include "game/frmgame.h"
+#include "mediawiki.h"
 #include "panels/frmchat.h"
 #include "panels/frmscores.h"
 #include "platform/webenginebrowser.h"
+#include "scriptedserver.h"
 
 #include <QApplication>
 #include <QDir>
@@ -47,11 +48,11 @@ double Percentile(std::vector<double> v, double p)
 double Median(const std::vector<double>& v) { return Percentile(v, 50); }
 
 // Milliseconds from creating a game window to its browser's first title of the main page.
-double GameWindowToFirstTitle(const Encyclopedia& wiki)
+double GameWindowToFirstTitle(const MediaWiki& wiki)
 {
-    TestClient client(WebEngineBrowserFactory(wiki.Host()));
+    TestClient client(WebEngineBrowserFactory({wiki.Host()}));
     Session& s = *client.session;
-    s.SetSite({wiki.Host(), wiki.Host()});
+    s.SetSite({wiki.Host()});
     s.ServerAddress = u"127.0.0.1"_s;
     s.PlayerName = u"ann"_s;
     s.LocalPort = u"7219"_s;
@@ -83,7 +84,7 @@ double BareWindowShown()
     return double(clock.nsecsElapsed()) / 1e6;
 }
 
-double BareViewToFirstTitle(const Encyclopedia& wiki)
+double BareViewToFirstTitle(const MediaWiki& wiki)
 {
     QElapsedTimer clock;
     clock.start();
@@ -128,17 +129,16 @@ QPair<qint64, qint64> TreeMemory()
     return {rss, pss};
 }
 
-// One measurement in this fresh process: prints "rss pss" in KiB.
-int MeasureMemory(const QString& what)
+// One measurement in this fresh process, on the encyclopedia at `host` (served by the parent, so
+// that its processes are not counted): prints "rss pss" in KiB.
+int MeasureMemory(const QString& what, const QString& host)
 {
-    Encyclopedia wiki;
-    if (!wiki.Listen()) return 1;
     std::unique_ptr<TestClient> client;
     std::unique_ptr<QWidget> holder;
     if (what == u"game"_s) {
-        client = std::make_unique<TestClient>(WebEngineBrowserFactory(wiki.Host()));
+        client = std::make_unique<TestClient>(WebEngineBrowserFactory({host}));
         Session& s = *client->session;
-        s.SetSite({wiki.Host(), wiki.Host()});
+        s.SetSite({host});
         s.ServerAddress = u"127.0.0.1"_s;
         s.PlayerName = u"ann"_s;
         s.LocalPort = u"7218"_s;
@@ -154,7 +154,7 @@ int MeasureMemory(const QString& what)
         QObject::connect(view->page(), &QWebEnginePage::titleChanged, view, [&](const QString& t) { titled |= t == kMainTitle; });
         view->resize(800, 600);
         view->show();
-        view->load(QUrl(wiki.Url(u"/wiki/Main_Page")));
+        view->load(QUrl(u"http://"_s + host + u"/wiki/Main_Page"_s));
         WaitUntil([&] { return titled; }, 60000);
     } else {
         holder = std::make_unique<QWidget>();
@@ -167,10 +167,10 @@ int MeasureMemory(const QString& what)
     return 0;
 }
 
-QPair<double, double> MemoryOf(const QString& what)
+QPair<double, double> MemoryOf(const QString& what, const QString& host)
 {
     QProcess child;
-    child.start(QCoreApplication::applicationFilePath(), {u"--memory"_s, what});
+    child.start(QCoreApplication::applicationFilePath(), {u"--memory"_s, what, host});
     child.waitForFinished(120000);
     const QList<QByteArray> parts = child.readAllStandardOutput().trimmed().split(' ');
     if (parts.size() != 2) return {-1, -1};
@@ -182,12 +182,13 @@ QPair<double, double> MemoryOf(const QString& what)
 int main(int argc, char** argv)
 {
     QApplication app(argc, argv);
-    if (argc == 3 && QByteArray(argv[1]) == "--memory") return MeasureMemory(QString::fromLatin1(argv[2]));
+    if (argc == 4 && QByteArray(argv[1]) == "--memory")
+        return MeasureMemory(QString::fromLatin1(argv[2]), QString::fromLatin1(argv[3]));
     const int samples = argc > 1 ? std::max(3, atoi(argv[1])) : 100;
 
-    Encyclopedia wiki;
-    if (!wiki.Listen()) {
-        std::fprintf(stderr, "cannot start the test encyclopedia\n");
+    MediaWiki wiki;
+    if (!wiki.Start()) {
+        std::fprintf(stderr, "cannot start the test encyclopedia: %s\n", qPrintable(wiki.Error()));
         return 1;
     }
     // Cold: the first WebEngine page of this process starts the engine.
@@ -199,11 +200,11 @@ int main(int argc, char** argv)
         view.push_back(BareViewToFirstTitle(wiki));
         window.push_back(BareWindowShown());
     }
-    const auto gameMemory = MemoryOf(u"game"_s);
-    const auto viewMemory = MemoryOf(u"webview"_s);
-    const auto windowMemory = MemoryOf(u"window"_s);
+    const auto gameMemory = MemoryOf(u"game"_s, wiki.Host());
+    const auto viewMemory = MemoryOf(u"webview"_s, wiki.Host());
+    const auto windowMemory = MemoryOf(u"window"_s, wiki.Host());
 
-    std::printf("game window benchmark (%d warm samples; test encyclopedia on loopback)\n", samples);
+    std::printf("game window benchmark (%d warm samples; MediaWiki on loopback)\n", samples);
     std::printf("                                                 median      p99   cold engine\n");
     std::printf("  game window created -> first main-page title: %6.1f ms %6.1f ms  %6.1f ms\n",
                 Median(game), Percentile(game, 99), coldGame);

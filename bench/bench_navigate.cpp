@@ -6,9 +6,9 @@
 // LINKHOP_TEST_ADDRESS picks the loopback address; the first argument the number of pages.
 #include "core/messages.h"
 #include "core/udpendpoint.h"
-#include "encyclopedia.h"
 #include "game/navigationmonitor.h"
 #include "game/session.h"
+#include "mediawiki.h"
 #include "platform/webenginebrowser.h"
 #include "scriptedserver.h"
 
@@ -158,10 +158,10 @@ bool WaitFor(const std::function<bool()>& done, int timeoutMs = 20000)
 }
 
 // A bare view with the default profile, from its creation to the first title of a local page.
-std::vector<double> MeasureBareViews(const Encyclopedia& wiki, int views)
+std::vector<double> MeasureBareViews(const MediaWiki& wiki, int views)
 {
     std::vector<double> times;
-    const QString expected = wiki.ArticleTitle(u"Apple");
+    const QString expected = u"Page 1 - Wikipedia"_s;
     for (int i = 0; i < views; ++i) {
         bool titled = false;
         Clock::time_point titledAt;
@@ -175,7 +175,7 @@ std::vector<double> MeasureBareViews(const Encyclopedia& wiki, int views)
         });
         view->resize(800, 600);
         view->show();
-        view->load(QUrl(wiki.ArticleUrl(u"Apple")));
+        view->load(QUrl(wiki.ArticleUrl(u"Page 1")));
         if (!WaitFor([&] { return titled; })) {
             std::fprintf(stderr, "a bare view never showed its title\n");
             std::exit(1);
@@ -197,10 +197,9 @@ int main(int argc, char** argv)
     QApplication app(argc, argv);
     const int pages = argc > 1 ? std::max(10, QString::fromLocal8Bit(argv[1]).toInt()) : 1000;
 
-    Encyclopedia wiki(Encyclopedia::Style::Today);
-    wiki.AddNumberedPages(pages + 1);
-    if (!wiki.Listen()) {
-        std::fprintf(stderr, "cannot start the test encyclopedia\n");
+    MediaWiki wiki;
+    if (!wiki.Start(MediaWiki::NumberedPages(pages + 1))) {
+        std::fprintf(stderr, "cannot start the test encyclopedia: %s\n", qPrintable(wiki.Error()));
         return 1;
     }
     LoopbackServer server;
@@ -211,13 +210,13 @@ int main(int argc, char** argv)
 
     // The game's path: WebEngineBrowser -> NavigationMonitor -> UdpEndpoint -> the server.
     QTemporaryDir folder;
-    Session session(folder.path(), Services{}, SiteConfig{wiki.Host(), wiki.Host()});
+    Session session(folder.path(), Services{}, SiteConfig{wiki.Host()});
     session.PlayerName = u"bench"_s;
     NavigationRecord record;
     UdpEndpoint socket;
     socket.RemoteHost = TestAddress().toString();
     socket.RemotePort = server.Port();
-    WebEngineBrowser browser(wiki.Host());
+    WebEngineBrowser browser({wiki.Host()});
     browser.resize(800, 600);
     browser.show();
 
@@ -250,7 +249,8 @@ int main(int argc, char** argv)
     const Clock::time_point runStart = Clock::now();
     for (int page = 2; page <= pages + 1; ++page) {
         const Clock::time_point clicked = Clock::now();
-        browser.Page()->runJavaScript(u"document.getElementById('next').click();"_s);
+        browser.Page()->runJavaScript(
+            u"document.querySelector('#mw-content-text a[title=\"Page %1\"]').click();"_s.arg(page));
         const QString datagram = msg::Navigate(u"bench", QString(u"Page "_s + QString::number(page)));
         Clock::time_point arrived;
         if (!WaitFor([&] { return server.ArrivalOf(datagram, &arrived) && !browser.Busy(); })) {
@@ -271,7 +271,7 @@ int main(int argc, char** argv)
     const Stats click = Summarise(clicks);
     const Stats inProcess = Summarise(monitorTimes);
 
-    std::printf("navigation report benchmark: %d pages of the test encyclopedia (today's titles),\n", pages);
+    std::printf("navigation report benchmark: %d pages of MediaWiki on loopback (today's titles),\n", pages);
     std::printf("each followed by a script click on its link to the next page\n\n");
     std::printf("  title change in WebEngineBrowser -> NAVIGATE datagram at the loopback server\n");
     std::printf("      median %8.1f us    p99 %8.1f us    min %8.1f us    max %8.1f us    (n=%zu)\n\n",

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Plays the end-to-end game (the real server, two clients, the test encyclopedia on loopback) on a
+# Plays the end-to-end game (the real server, two clients, MediaWiki on loopback) on a
 # virtual X screen with a window manager, and saves a picture of each window in docs/screenshots/.
 #   scripts/screenshots.sh
 # Environment: BUILD_DIR (default build); LINKHOP_TEST_ADDRESS (default 127.0.0.1), the loopback

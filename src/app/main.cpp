@@ -28,7 +28,7 @@ int main(int argc, char* argv[])
     services.launcher = &launcher;
     services.programEnd = &programEnd;
     const linkhop::SiteConfig site = linkhop::SiteConfig::Compiled();
-    services.createBrowser = linkhop::WebEngineBrowserFactory(site.domain);
+    services.createBrowser = linkhop::WebEngineBrowserFactory(site);
 
     linkhop::Session session(QCoreApplication::applicationDirPath(), services, site);
     const QPointer<linkhop::frmMain> window = new linkhop::frmMain(session);

@@ -5,6 +5,8 @@
 #include "platform/browser.h"
 #include "session.h"
 
+#include <QUrl>
+
 using namespace Qt::Literals::StringLiterals;
 
 namespace linkhop {
@@ -32,8 +34,9 @@ void NavigationMonitor::Watch(Browser& browser)
 void NavigationMonitor::OnBeforeNavigate2(const QString& url)
 {
     if (!m_session.InRound) return;
-    const QString site = m_session.Site().domain.toLower() % u"/w";
-    if (url.toLower().contains(site)) return; // the title will tell which page it is
+    // Any other site, other languages' encyclopedias among them, is leaving this one: a race on
+    // the same title there must not count.
+    if (m_session.Site().IsEncyclopedia(QUrl(url))) return; // the title will tell which page it is
     m_session.CurrentArticle = kLeftEncyclopedia.toString();
     Report();
 }

@@ -10,117 +10,126 @@ namespace linkhop {
 
 namespace {
 
-// What kind of page an address shows, where the title cannot tell.
-enum class Page
+constexpr QStringView kSuffix = u" - Wikipedia, the free encyclopedia";
+
+// What an address shows, as the encyclopedia decides it.
+struct Address
 {
-    Any,
-    Search,  // Special:Search, or index.php?search= that found no article
-    History, // action=history
-    Edit,    // action=edit (red links too) or the visual editor
+    enum Kind
+    {
+        Article,
+        Search,
+        Special,
+        History,
+        Edit,
+    };
+    Kind kind = Article;
+    QString name; // the page's name as the address gives it: article title or special page
 };
 
-// One rewrite: on a page of that kind, a title matching `pattern` becomes `rewrite`. Each text
-// holds at most one "*", which stands for the same run of characters in both.
-struct TitleRow
+bool Is(QStringView value, QStringView word)
 {
-    Page page;
-    QStringView pattern;
-    QStringView rewrite;
-};
-
-// First matching row wins; a title no row matches stays as it is.
-constexpr TitleRow kTitleRows[] = {
-    // Classic titles, the main page's among them.
-    {Page::Any, u"*Wikipedia, the free encyclopedia", u"*Wikipedia, the free encyclopedia"},
-    {Page::Search, u"* - Wikipedia", u"Search - Wikipedia, the free encyclopedia"},
-    {Page::History, u"*: Revision history - Wikipedia", u"* - History - Wikipedia, the free encyclopedia"},
-    {Page::History, u"* - Wikipedia", u"* - History - Wikipedia, the free encyclopedia"},
-    {Page::Edit, u"Editing * - Wikipedia", u"Editing * - Wikipedia, the free encyclopedia"},
-    {Page::Edit, u"Creating * - Wikipedia", u"Editing * - Wikipedia, the free encyclopedia"},
-    {Page::Edit, u"View source for * - Wikipedia", u"Editing * - Wikipedia, the free encyclopedia"},
-    {Page::Edit, u"* - Wikipedia", u"Editing * - Wikipedia, the free encyclopedia"},
-    // Articles and every namespace (Talk:, Category:, ...), the prefix kept.
-    {Page::Any, u"* - Wikipedia", u"* - Wikipedia, the free encyclopedia"},
-};
-
-// The run that "*" stands for when `text` matches `pattern`; a pattern without "*" must equal the
-// text and yields an empty run.
-std::optional<QStringView> Capture(QStringView text, QStringView pattern)
-{
-    const qsizetype star = pattern.indexOf(u'*');
-    if (star < 0) return text == pattern ? std::optional<QStringView>(QStringView()) : std::nullopt;
-    const QStringView head = pattern.left(star);
-    const QStringView tail = pattern.mid(star + 1);
-    if (text.size() < head.size() + tail.size() || !text.startsWith(head) || !text.endsWith(tail))
-        return std::nullopt;
-    return text.mid(head.size(), text.size() - head.size() - tail.size());
+    return value.compare(word, Qt::CaseInsensitive) == 0;
 }
 
-QString Rewrite(QStringView rewrite, QStringView run)
+// A title as the encyclopedia reads it: "_" is a space, and spaces around it do not count.
+QString Normalised(QString title)
 {
-    const qsizetype star = rewrite.indexOf(u'*');
-    if (star < 0) return rewrite.toString();
-    return rewrite.left(star) % run % rewrite.mid(star + 1);
+    title.replace(u'_', u' ');
+    title = title.trimmed();
+    if (title.startsWith(u':')) title = title.mid(1).trimmed(); // ":Special:Random" is Special:Random
+    return title;
 }
 
-bool IsOneOf(const QString& value, std::initializer_list<QStringView> options)
+// The name after a namespace prefix, when the title is in that namespace (any letter case).
+std::optional<QString> InNamespace(const QString& title, QStringView space)
 {
-    for (QStringView option : options)
-        if (value.compare(option, Qt::CaseInsensitive) == 0) return true;
-    return false;
+    const qsizetype colon = title.indexOf(u':');
+    if (colon < 0 || !Is(QStringView(title).left(colon).trimmed(), space)) return std::nullopt;
+    return title.mid(colon + 1).trimmed();
 }
 
-Page PageOf(const QUrl& url)
+// PHP reads "+" in a query as a space.
+QString QueryValue(const QUrlQuery& query, const QString& key)
 {
-    const QUrlQuery query(url);
+    return query.queryItemValue(key, QUrl::FullyDecoded).replace(u'+', u' ');
+}
+
+Address Classify(const QUrl& url)
+{
     const QString path = url.path(QUrl::FullyDecoded);
-    const QString action = query.queryItemValue(u"action"_s, QUrl::FullyDecoded);
-    const QString editor = query.queryItemValue(u"veaction"_s, QUrl::FullyDecoded);
-    if (action.compare(u"history", Qt::CaseInsensitive) == 0 ||
-        path.startsWith(u"/wiki/Special:History/", Qt::CaseInsensitive))
-        return Page::History;
-    if (IsOneOf(action, {u"edit", u"submit"}) || IsOneOf(editor, {u"edit", u"editsource"})) return Page::Edit;
-    const QString title = query.queryItemValue(u"title"_s, QUrl::FullyDecoded);
-    if (path.compare(u"/wiki/Special:Search", Qt::CaseInsensitive) == 0 ||
-        path.startsWith(u"/wiki/Special:Search/", Qt::CaseInsensitive) ||
-        title.compare(u"Special:Search", Qt::CaseInsensitive) == 0 ||
-        (path.endsWith(u"/index.php") && query.hasQueryItem(u"search"_s)))
-        return Page::Search;
-    return Page::Any;
+    const QUrlQuery query(url);
+    // The page title, from where the encyclopedia takes it: the article path, the script's path
+    // info, or its "title" parameter.
+    QString title;
+    if (path.startsWith(u"/wiki/")) {
+        title = path.mid(6);
+    } else if (const qsizetype script = path.indexOf(u"/index.php/"); script >= 0) {
+        title = path.mid(script + 11);
+    } else if (path.endsWith(u"/index.php") || path == u"/" || path.isEmpty() || path == u"/wiki") {
+        title = QueryValue(query, u"title"_s);
+    } else {
+        // Scripts and files of the site (api.php, images) show no article.
+        return {Address::Special, path};
+    }
+    title = Normalised(title);
+
+    if (const auto special = InNamespace(title, u"Special")) {
+        const QString page = special->section(u'/', 0, 0).trimmed();
+        const QString subpage = special->section(u'/', 1);
+        if (Is(page, u"Search")) return {Address::Search, {}};
+        if (Is(page, u"History") || Is(page, u"Diff") || Is(page, u"PermanentLink"))
+            return {Address::History, subpage};
+        return {Address::Special, *special};
+    }
+    if (title.isEmpty() && query.hasQueryItem(u"search"_s)) return {Address::Search, {}};
+
+    const QString action = QueryValue(query, u"action"_s).trimmed();
+    const QString editor = QueryValue(query, u"veaction"_s).trimmed();
+    if (Is(action, u"history")) return {Address::History, title};
+    if (Is(action, u"edit") || Is(action, u"submit") || Is(editor, u"edit") || Is(editor, u"editsource"))
+        return {Address::Edit, title};
+    // Page information, purge, raw text, credits...: about the article, not the article.
+    if (!action.isEmpty() && !Is(action, u"view")) return {Address::Special, action % u'/' % title};
+    if (query.hasQueryItem(u"diff"_s) || !QueryValue(query, u"oldid"_s).isEmpty())
+        return {Address::History, title};
+    return {Address::Article, title};
+}
+
+// An article's own title ("Apple - Wikipedia", or already classic) with the classic suffix; any
+// other title (an error page's) unchanged.
+QString ArticleTitle(const QString& title)
+{
+    if (title.endsWith(kSuffix.mid(3))) return title; // classic, the main page's among them
+    static const QString today = u" - Wikipedia"_s;
+    if (title.endsWith(today)) return title.chopped(today.size()) % kSuffix;
+    return title;
 }
 
 } // namespace
 
-bool UnderDomain(const QUrl& url, QStringView domain)
+QString ClassicTitle(const QString& title, const QUrl& url, const QUrl& origin, const SiteConfig& site)
 {
-    QString wanted = domain.trimmed().toString().toLower();
-    if (wanted.isEmpty() || url.host().isEmpty()) return false;
-    int wantedPort = -1;
-    const qsizetype colon = wanted.lastIndexOf(u':');
-    if (colon >= 0 && colon > wanted.lastIndexOf(u']')) {
-        bool ok = false;
-        wantedPort = wanted.mid(colon + 1).toInt(&ok);
-        if (!ok) return false;
-        wanted.truncate(colon);
+    if (!site.IsEncyclopedia(url)) return title;
+    Address address = Classify(url);
+    if (address.kind == Address::Article && !origin.isEmpty() && site.IsEncyclopedia(origin)) {
+        // Where the player's navigation began: a search or a special page that sent it on.
+        const Address began = Classify(origin);
+        if (began.kind == Address::Search || began.kind == Address::Special) address = began;
     }
-    if (wanted.startsWith(u'[') && wanted.endsWith(u']')) wanted = wanted.mid(1, wanted.size() - 2);
-    if (wantedPort >= 0) {
-        const int defaultPort = url.scheme() == u"https" ? 443 : url.scheme() == u"http" ? 80 : -1;
-        if (url.port(defaultPort) != wantedPort) return false;
+    switch (address.kind) {
+    case Address::Search:
+        return u"Search"_s % kSuffix;
+    case Address::Special:
+        return u"Special:"_s % address.name % kSuffix;
+    case Address::History:
+        return address.name % u" - History" % kSuffix;
+    case Address::Edit:
+        return u"Editing "_s % address.name % kSuffix;
+    case Address::Article:
+        break;
     }
-    const QString host = url.host().toLower();
-    return host == wanted || host.endsWith(QString(u'.' + wanted));
-}
-
-QString ClassicTitle(const QString& title, const QUrl& url, QStringView domain)
-{
-    if (!UnderDomain(url, domain)) return title;
-    const Page page = PageOf(url);
-    for (const TitleRow& row : kTitleRows) {
-        if (row.page != Page::Any && row.page != page) continue;
-        if (const auto run = Capture(title, row.pattern)) return Rewrite(row.rewrite, *run);
-    }
-    return title;
+    return ArticleTitle(title);
 }
 
 } // namespace linkhop

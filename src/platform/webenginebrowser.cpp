@@ -40,9 +40,8 @@ private:
     std::function<void(const QUrl&, bool)> m_onRequest;
 };
 
-WebEngineBrowser::WebEngineBrowser(const QString& domain, QWidget* parent)
-    : Browser(parent), m_domain(domain), m_profile(new QWebEngineProfile(this)),
-      m_view(new QWebEngineView(this))
+WebEngineBrowser::WebEngineBrowser(const SiteConfig& site, QWidget* parent)
+    : Browser(parent), m_site(site), m_profile(new QWebEngineProfile(this)), m_view(new QWebEngineView(this))
 {
     // No storage name: off the record, nothing written to disk.
     m_profile->setHttpCacheType(QWebEngineProfile::MemoryHttpCache);
@@ -104,9 +103,13 @@ void WebEngineBrowser::Request(const QUrl& url)
 
 void WebEngineBrowser::OnNavigationRequest(const QUrl& url, bool redirect)
 {
+    const bool requested = m_requested;
     m_requested = false;
     m_activityClock.start();
-    if (!redirect || !m_inFlight) m_inFlightChain.clear();
+    if (!redirect || !m_inFlight) {
+        m_inFlightChain.clear();
+        m_inFlightRequested = requested;
+    }
     m_inFlightChain.append(url);
     m_inFlight = true;
     m_documentPending = false;
@@ -122,7 +125,10 @@ void WebEngineBrowser::OnLoadingChanged(const QWebEngineLoadingInfo& info)
         m_loading = true;
         m_documentPending = false;
         // Loads of about: addresses start without a navigation request.
-        if (info.url() != m_reportedRequest) Q_EMIT BeforeNavigate2(info.url().toString());
+        if (info.url() != m_reportedRequest) {
+            m_shownOrigin.clear();
+            Q_EMIT BeforeNavigate2(info.url().toString());
+        }
         m_reportedRequest.clear();
         m_titleSeen = false;
         return;
@@ -131,7 +137,7 @@ void WebEngineBrowser::OnLoadingChanged(const QWebEngineLoadingInfo& info)
     // the engine then reports neither start nor end of the newer one.
     m_loading = false;
     m_reportedRequest.clear();
-    if (m_inFlightChain.contains(info.url())) m_inFlight = false;
+    if (m_inFlight && m_inFlightChain.contains(info.url())) Commit();
     // A page loaded again under the title it already had raises no title change of its own.
     // Only the page now shown counts: the end of a load that a newer navigation has overtaken
     // would carry the old page's title under the new address.
@@ -144,13 +150,19 @@ void WebEngineBrowser::OnUrlChanged(const QUrl& url)
 {
     m_activityClock.start();
     if (m_requested && url == m_requestedUrl) m_requested = false;
-    if (m_inFlight && m_inFlightChain.contains(url)) m_inFlight = false;
+    if (m_inFlight && m_inFlightChain.contains(url)) Commit();
     // A page that arrived outside any reported load: a jump within the page, or a navigation
     // whose load the engine folded into an earlier one. Watch its document until it is complete.
     if (!m_loading && !m_inFlight) {
         m_documentPending = true;
         ProbeDocument(++m_probeGeneration);
     }
+}
+
+void WebEngineBrowser::Commit()
+{
+    m_inFlight = false;
+    m_shownOrigin = m_inFlightRequested ? QUrl() : m_inFlightChain.value(0);
 }
 
 void WebEngineBrowser::ProbeDocument(quint64 generation)
@@ -173,17 +185,19 @@ void WebEngineBrowser::ProbeDocument(quint64 generation)
 void WebEngineBrowser::OnTitleChanged(const QString& title)
 {
     m_activityClock.start();
-    // A title that comes after the program asked for another page, or while a navigation away
-    // is under way, still belongs to the page being left (a page restored from history sends its
-    // title late): whoever waits for the new page's title must not take it.
-    if (Busy() && (m_requested || (m_inFlight && !m_inFlightChain.contains(m_page->url())))) return;
+    const QUrl shown = m_page->url();
+    if (m_inFlight && m_inFlightChain.contains(shown)) Commit();
+    // A title that comes after the program asked for another page still belongs to the page being
+    // left (a page restored from history sends its title late): whoever waits for the new page's
+    // title must not take it. A page the player is leaving was shown all the same, and counts.
+    if (Busy() && (m_requested || (m_inFlight && m_inFlightRequested))) return;
     m_titleSeen = true;
-    Q_EMIT TitleChange(ClassicTitle(title, m_page->url(), m_domain));
+    Q_EMIT TitleChange(ClassicTitle(title, shown, m_shownOrigin, m_site));
 }
 
-BrowserFactory WebEngineBrowserFactory(const QString& domain)
+BrowserFactory WebEngineBrowserFactory(const SiteConfig& site)
 {
-    return [domain](QWidget* parent) -> Browser* { return new WebEngineBrowser(domain, parent); };
+    return [site](QWidget* parent) -> Browser* { return new WebEngineBrowser(site, parent); };
 }
 
 } // namespace linkhop

@@ -2,6 +2,7 @@
 
 #include "browser.h"
 #include "services.h"
+#include "site.h"
 
 #include <QElapsedTimer>
 #include <QList>
@@ -17,16 +18,18 @@ namespace linkhop {
 
 // The game's browser on Qt WebEngine: one view filling the widget, a page that reports every
 // main-frame navigation request (never refusing one) as BeforeNavigate2, and a private profile
-// that keeps nothing on disk. Titles of pages under `domain` are raised in the classic form
-// (ClassicTitle) so the page rules can read them. Every load that succeeds raises at least one
-// TitleChange, also when the page comes again under the title it already had.
+// that keeps nothing on disk. Titles of the encyclopedia's pages are raised in the classic form
+// (ClassicTitle) so the page rules can read them, judged by where the player's navigation began
+// as well as where it ended. Every title a page shows is raised, also while the player is already
+// on the way to the next page, and every load that succeeds raises at least one TitleChange, also
+// when the page comes again under the title it already had.
 class WebEngineBrowser final : public Browser
 {
     Q_OBJECT
     Q_DISABLE_COPY_MOVE(WebEngineBrowser)
 
 public:
-    explicit WebEngineBrowser(const QString& domain, QWidget* parent = nullptr);
+    explicit WebEngineBrowser(const SiteConfig& site, QWidget* parent = nullptr);
     ~WebEngineBrowser() override;
 
     // The address as given; QUrl encodes what needs encoding (the search address carries its
@@ -39,9 +42,6 @@ public:
     bool Busy() const override;
     void GoBack() override;
 
-    QString Domain() const { return m_domain; }
-    void SetDomain(const QString& domain) { m_domain = domain; }
-
     static constexpr int kStartLimitMs = 3000;
     static constexpr int kDefaultStallLimitMs = 30000;
     void SetStallLimit(int ms) { m_stallLimitMs = ms; }
@@ -53,12 +53,13 @@ private:
     class NavigationPage;
     void Request(const QUrl& url);
     void OnNavigationRequest(const QUrl& url, bool redirect);
+    void Commit();
     void OnLoadingChanged(const QWebEngineLoadingInfo& info);
     void OnUrlChanged(const QUrl& url);
     void OnTitleChanged(const QString& title);
     void ProbeDocument(quint64 generation);
 
-    QString m_domain;
+    SiteConfig m_site;
     QWebEngineProfile* m_profile = nullptr;
     QWebEngineView* m_view = nullptr;
     NavigationPage* m_page = nullptr;
@@ -67,9 +68,13 @@ private:
     bool m_requested = false;
     QUrl m_requestedUrl;
     QElapsedTimer m_requestClock;
-    // A main-frame navigation accepted but not yet shown, with the addresses it went through.
+    // A main-frame navigation accepted but not yet shown, with the addresses it went through, and
+    // whether the program asked for it (Navigate, GoBack) rather than the player or the page.
     bool m_inFlight = false;
     QList<QUrl> m_inFlightChain;
+    bool m_inFlightRequested = false;
+    // Where the player's navigation to the page shown began; empty when the program opened it.
+    QUrl m_shownOrigin;
     // A load under way, as the engine reports loads.
     bool m_loading = false;
     // A page shown outside any reported load, whose document has not been seen complete.
@@ -87,7 +92,7 @@ private:
     bool m_titleSeen = false;
 };
 
-// Builds WebEngine browsers for the game window, with the site's domain.
-BrowserFactory WebEngineBrowserFactory(const QString& domain);
+// Builds WebEngine browsers for the game window, on the site's encyclopedia.
+BrowserFactory WebEngineBrowserFactory(const SiteConfig& site);
 
 } // namespace linkhop

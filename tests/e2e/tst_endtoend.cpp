@@ -1,15 +1,15 @@
 // Two rounds of the whole game on loopback, step by step: the real LinkhopServer started by the
 // hosting client from its folder, two clients in this process with WebEngine browsers, the test
-// encyclopedia. With LINKHOP_SCREENSHOTS naming a folder, and a real X screen, the test also saves
-// the documentation's pictures there (scripts/screenshots.sh).
+// encyclopedia engine (MediaWiki) on loopback. With LINKHOP_SCREENSHOTS naming a folder, and a real X
+// screen, the test also saves the documentation's pictures there (scripts/screenshots.sh).
 #include "browserlog.h"
 #include "clientfakes.h"
-#include "encyclopedia.h"
 #include "game/frmgame.h"
 #include "lobby/frmhost.h"
 #include "lobby/frmmain.h"
 #include "lobby/frmservers.h"
 #include "lobbytest.h"
+#include "mediawiki.h"
 #include "panels/frmchat.h"
 #include "panels/frmscores.h"
 #include "panels/frmwinner.h"
@@ -29,6 +29,8 @@ namespace {
 
 constexpr int kPatienceMs = 20000;
 const QString kGame = u"GAME: "_s;
+const QString kMainPageTitle = u"Wikipedia, the free encyclopedia"_s;
+const QString kLodz = u"\u0141\u00f3d\u017a"_s;
 // The server's random words, and the encyclopedia's articles of those names.
 const QStringList kRandomWords = {u"Volcano"_s, u"Glacier"_s, u"Desert"_s, u"Lagoon"_s, u"Canyon"_s};
 
@@ -70,7 +72,7 @@ struct Client
 {
     Client(const QString& name, const SiteConfig& site, Launcher& launcher)
     {
-        Services services{&prompts, &launcher, &programEnd, WebEngineBrowserFactory(site.domain)};
+        Services services{&prompts, &launcher, &programEnd, WebEngineBrowserFactory(site)};
         session = std::make_unique<Session>(folder.path(), services, site);
         session->SaveOption(u"Name"_s, name);
         prompts.inputAnswers = {u"hopper"_s};
@@ -86,7 +88,7 @@ struct Client
     QString PageTitle() const { return Browser() ? Browser()->Page()->title() : QString(); }
     bool Loaded() const { return Browser() && !Browser()->Busy(); }
     frmWinner* Chooser() const { return session->OpenWinner(); }
-    bool Click(const QString& article) const { return ClickLink(*Browser(), Encyclopedia::LinkId(article)); }
+    bool Click(const QString& article) const { return ClickLink(*Browser(), LinkTo(article)); }
 
     QTemporaryDir folder;
     ScriptedPrompts prompts;
@@ -114,7 +116,7 @@ class tst_endtoend : public QObject
 {
     Q_OBJECT
 
-    Encyclopedia m_wiki;
+    MediaWiki m_wiki;
     ServerLauncher m_launcher;
     RecordingLauncher m_noLauncher; // the joining player never starts a server
     std::unique_ptr<Client> m_alice, m_bob;
@@ -124,7 +126,7 @@ class tst_endtoend : public QObject
     {
         for (const Client* c : {m_alice.get(), m_bob.get()}) {
             QTRY_VERIFY_WITH_TIMEOUT(c->S().InRound && c->Loaded(), kPatienceMs);
-            QCOMPARE(c->PageTitle(), m_wiki.ArticleTitle(initial));
+            QCOMPARE(c->PageTitle(), initial + u" - Wikipedia"_s);
             QVERIFY(c->Transcript().endsWith(kGame + u"The game has begun!"_s));
             QCOMPARE(c->Board(u"lblStartWord"_s), initial);
             QCOMPARE(c->Board(u"lblNextWord"_s), destination);
@@ -150,10 +152,8 @@ private Q_SLOTS:
     void initTestCase()
     {
         QApplication::setQuitOnLastWindowClosed(false); // the program ends through the sessions only
-        for (const QString& word : kRandomWords)
-            m_wiki.AddArticle(word, {u"Fruit"_s}, word + u" is a place to go."_s);
-        QVERIFY(m_wiki.Listen());
-        const SiteConfig site{m_wiki.Host(), m_wiki.Host()};
+        QVERIFY2(m_wiki.Start(), qPrintable(m_wiki.Error()));
+        const SiteConfig site{m_wiki.Host()};
         m_alice = std::make_unique<Client>(u"Alice"_s, site, m_launcher);
         m_bob = std::make_unique<Client>(u"Bob"_s, site, m_noLauncher);
         // The host's folder holds the server program and its article list. A copy, not a link: the
@@ -194,7 +194,7 @@ private Q_SLOTS:
         QCOMPARE(a.Transcript(), kGame + u"Welcome! 1 player(s) on Linkhop Server 1.04 (beta)"_s);
         QCOMPARE(a.Chat()->windowTitle(), u"Chat"_s);
         QCOMPARE(a.S().OpenScores()->windowTitle(), u"Scoreboard"_s);
-        QTRY_COMPARE_WITH_TIMEOUT(a.PageTitle(), m_wiki.ArticleTitle(u"Main Page"), kPatienceMs);
+        QTRY_COMPARE_WITH_TIMEOUT(a.PageTitle(), kMainPageTitle, kPatienceMs);
         QVERIFY(a.Chooser() && a.Chooser()->isVisible()); // the host chooses the first words
     }
 
@@ -232,27 +232,28 @@ private Q_SLOTS:
         Client &a = *m_alice, &b = *m_bob;
         frmWinner* chooser = a.Chooser();
         QVERIFY(chooser);
-        chooser->cmdRandom1->click(); // one of the server's words
-        QTRY_VERIFY_WITH_TIMEOUT(!chooser->txtInitial->text().isEmpty(), kPatienceMs);
-        const QString initial = chooser->txtInitial->text();
-        QVERIFY(kRandomWords.contains(initial));
-        QVERIFY(a.Transcript().endsWith(kGame + u"Initial page randomized: \""_s + initial + u'"'));
-        QTest::keyClicks(chooser->txtDestination, u"banana"_s);
+        // Typed words, as the encyclopedia's search resolves them: other letter case, characters that
+        // need escaping in an address, and one that Windows-1252 lacks.
+        QTest::keyClicks(chooser->txtInitial, u"at&t"_s);
+        for (const QChar c : u"\u0142\u00f3d\u017a"_s) // keys whose text no ASCII key gives
+            QTest::sendKeyEvent(QTest::Click, chooser->txtDestination, Qt::Key_unknown, QString(c), {});
         QTRY_VERIFY_WITH_TIMEOUT(a.Loaded(), kPatienceMs);
         chooser->cmdVerify->click(); // returns once the encyclopedia has answered for both words
-        QCOMPARE(chooser->txtDestination->text(), u"Banana"_s);
+        QCOMPARE(chooser->txtInitial->text(), u"AT&T"_s);
+        QCOMPARE(chooser->txtDestination->text(), kLodz);
         Picture(u"word-chooser"_s, chooser);
         chooser->cmdStartGame->click();
-        RoundBegins(initial, u"Banana"_s);
+        RoundBegins(u"AT&T"_s, kLodz);
         if (QTest::currentTestFailed()) return;
 
-        // Bob goes through a third place, which Alice's scoreboard tells, on to the destination.
-        QVERIFY(b.Click(u"Fruit"_s));
+        // Bob goes through two more places, which Alice's scoreboard tells, on to the destination.
+        QVERIFY(b.Click(u"C++"_s));
         QTRY_COMPARE_WITH_TIMEOUT(a.Board(u"lblScores"_s), u"0 / 0 / 0\r\n0 / 1 / 1\r\n"_s, kPatienceMs);
-        QCOMPARE(b.Caption(), u"Linkhop - Fruit"_s);
+        QCOMPARE(b.Caption(), u"Linkhop - C++"_s);
         Picture(u"session"_s);
-        QVERIFY(b.Click(u"Banana"_s));
-        BobWins({initial, u"Fruit"_s, u"Banana"_s}, u"0 / 0 / 0\r\n1 / 2 / 2\r\n"_s);
+        QVERIFY(b.Click(u"Caf\u00e9"_s));
+        QVERIFY(b.Click(kLodz));
+        BobWins({u"AT&T"_s, u"C++"_s, u"Caf\u00e9"_s, kLodz}, u"0 / 0 / 0\r\n1 / 3 / 3\r\n"_s);
     }
 
     void secondRoundEndsWithADisqualification()
@@ -260,17 +261,24 @@ private Q_SLOTS:
         Client &a = *m_alice, &b = *m_bob;
         frmWinner* chooser = b.Chooser();
         QVERIFY(chooser);
-        // Typed words, as the encyclopedia's search resolves them: a lower-case title and a redirect.
-        QTest::keyClicks(chooser->txtInitial, u"apple"_s);
+        // One of the server's words, and a redirect that the encyclopedia resolves.
+        chooser->cmdRandom1->click();
+        QTRY_VERIFY_WITH_TIMEOUT(!chooser->txtInitial->text().isEmpty(), kPatienceMs);
+        const QString initial = chooser->txtInitial->text();
+        QVERIFY(kRandomWords.contains(initial));
+        QVERIFY(b.Transcript().endsWith(kGame + u"Initial page randomized: \""_s + initial + u'"'));
         QTest::keyClicks(chooser->txtDestination, u"big apple"_s);
+        QTRY_VERIFY_WITH_TIMEOUT(b.Loaded(), kPatienceMs);
         chooser->cmdVerify->click();
-        QCOMPARE(chooser->txtInitial->text(), u"Apple"_s);
+        QCOMPARE(chooser->txtInitial->text(), initial);
         QCOMPARE(chooser->txtDestination->text(), u"New York City"_s);
         chooser->cmdStartGame->click();
-        RoundBegins(u"Apple"_s, u"New York City"_s);
+        RoundBegins(initial, u"New York City"_s);
         if (QTest::currentTestFailed()) return;
 
         // Alice opens a talk page: out of the round, back on the main page, and both are told.
+        QVERIFY(a.Click(u"Apple"_s));
+        QTRY_VERIFY_WITH_TIMEOUT(a.Caption() == u"Linkhop - Apple"_s && a.Loaded(), kPatienceMs);
         QVERIFY(a.Click(u"Talk:Apple"_s));
         const QString notice =
             kGame + u"Alice has been disqualified for visiting an illegal page: \"talk\""_s;
@@ -279,13 +287,14 @@ private Q_SLOTS:
             QTRY_COMPARE(c->S().Player(1).InGame, u"no"_s);
             QCOMPARE(c->S().Player(2).InGame, u"yes"_s);
         }
-        QTRY_VERIFY_WITH_TIMEOUT(a.PageTitle() == m_wiki.ArticleTitle(u"Main Page") && a.Loaded(),
-                                 kPatienceMs);
+        QTRY_VERIFY_WITH_TIMEOUT(a.PageTitle() == kMainPageTitle && a.Loaded(), kPatienceMs);
         QCOMPARE(a.Caption(), u"Linkhop"_s);
         QVERIFY(a.S().InRound);
 
+        QVERIFY(b.Click(u"Apple"_s));
+        QTRY_VERIFY_WITH_TIMEOUT(b.Caption() == u"Linkhop - Apple"_s && b.Loaded(), kPatienceMs);
         QVERIFY(b.Click(u"Big Apple"_s)); // through the redirect to the destination
-        BobWins({u"Apple"_s, u"New York City"_s}, u"0 / 0 / 0\r\n2 / 3 / 1\r\n"_s);
+        BobWins({initial, u"Apple"_s, u"New York City"_s}, u"0 / 1 / 1\r\n2 / 5 / 2\r\n"_s);
     }
 };
 

@@ -72,22 +72,33 @@ private Q_SLOTS:
 
     void beforeNavigate2_data()
     {
-        QTest::addColumn<QString>("domain");
+        QTest::addColumn<QString>("site");
         QTest::addColumn<QString>("url");
         QTest::addColumn<bool>("leaves");
-        QTest::newRow("capitals") << u"Wiki.Test"_s << u"HTTP://WIKI.TEST/W/INDEX.PHP?action=edit"_s << false;
-        QTest::newRow("port") << u"127.0.0.1:8080"_s << u"http://127.0.0.1:8080/wiki/Apple"_s << false;
-        QTest::newRow("other port") << u"127.0.0.1:8080"_s << u"http://127.0.0.1:8081/wiki/Apple"_s << true;
-        QTest::newRow("other site") << u"wiki.test"_s << u"http://example.com/wiki/Apple"_s << true;
-        QTest::newRow("blank page") << u"wiki.test"_s << u"about:blank"_s << true;
+        const auto row = [](const char* tag, const char* site, const char* url, bool leaves) {
+            QTest::newRow(tag) << QString::fromUtf8(site) << QString::fromUtf8(url) << leaves;
+        };
+        row("capitals", "Wiki.Test", "HTTP://WIKI.TEST/W/INDEX.PHP?action=edit", false);
+        row("port", "127.0.0.1:8080", "http://127.0.0.1:8080/wiki/Apple", false);
+        row("other port", "127.0.0.1:8080", "http://127.0.0.1:8081/wiki/Apple", true);
+        row("other site", "wiki.test", "http://example.com/wiki/Apple", true);
+        row("blank page", "wiki.test", "about:blank", true);
+        row("secure", "en.wikipedia.org", "https://en.wikipedia.org/wiki/Apple", false);
+        row("mobile", "en.wikipedia.org", "https://EN.M.wikipedia.org/wiki/Apple", false);
+        row("other language", "en.wikipedia.org", "https://it.wikipedia.org/wiki/Banana", true);
+        row("other language, mobile", "en.wikipedia.org", "https://nl.m.wikipedia.org/wiki/Banaan", true);
+        row("other project", "en.wikipedia.org", "https://en.wiktionary.org/wiki/banana", true);
+        row("look-alike host", "en.wikipedia.org", "http://en.wikipedia.org.example.com/wiki/A", true);
+        row("site in the query", "en.wikipedia.org", "http://example.com/?en.wikipedia.org/wiki/A", true);
+        row("odd port", "en.wikipedia.org", "http://en.wikipedia.org:8080/wiki/A", true);
     }
     void beforeNavigate2()
     {
-        QFETCH(QString, domain);
+        QFETCH(QString, site);
         QFETCH(QString, url);
         QFETCH(bool, leaves);
         Rig rig;
-        rig.session.SetSite({domain, domain});
+        rig.session.SetSite({site});
         rig.record.LastReported = u"Apple"_s;
         rig.monitor.OnBeforeNavigate2(url);
         rig.monitor.OnBeforeNavigate2(url);

@@ -25,8 +25,10 @@ struct BrowserLog final : QObject
     QStringList titles;
 };
 
-// Clicks the link with this element id with the mouse once the page has loaded (the browser must be
-// shown); whether a navigation started.
-bool ClickLink(WebEngineBrowser& browser, const QString& id);
+// Clicks the first element matching a CSS selector with the mouse once the page has loaded (the
+// browser must be shown); whether a navigation started.
+bool ClickLink(WebEngineBrowser& browser, const QString& selector);
+// The selector of the article text's first link to a title, as the encyclopedia writes its links.
+QString LinkTo(QStringView title);
 
 } // namespace linkhop::test

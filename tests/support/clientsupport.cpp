@@ -3,15 +3,28 @@
 #include "core/localport.h"
 #include "sessionfixture.h"
 
+#include <QDeadlineTimer>
 #include <QPointer>
 #include <QTest>
 #include <QTimer>
+#include <QUrl>
 #include <QWebEnginePage>
 #include <QWebEngineView>
 
 using namespace Qt::Literals::StringLiterals;
 
 namespace linkhop::test {
+
+namespace {
+
+QString JavaScriptString(const QString& text)
+{
+    QString quoted = text;
+    quoted.replace(u'\\', u"\\\\"_s).replace(u'"', u"\\\""_s);
+    return u'"' + quoted + u'"';
+}
+
+} // namespace
 
 QStringList ScriptedPrompts::MessageTexts() const
 {
@@ -58,17 +71,17 @@ TestClient::TestClient(BrowserFactory browsers)
         return giveBrowsers ? (m_lastBrowser = new ScriptedBrowser(parent)) : nullptr;
     };
     const Services services{&prompts, &launcher, &programEnd, browsers ? std::move(browsers) : scripted};
-    session = std::make_unique<Session>(folder.path(), services, SiteConfig{u"wiki.test"_s, u"wiki.test"_s});
+    session = std::make_unique<Session>(folder.path(), services, SiteConfig{u"wiki.test"_s});
 }
 
 RunningSession::RunningSession(const Options& options)
     : client(options.encyclopedia.isEmpty() ? BrowserFactory()
-                                            : WebEngineBrowserFactory(options.encyclopedia))
+                                            : WebEngineBrowserFactory({options.encyclopedia}))
 {
     client.giveBrowsers = options.withBrowser;
     if (!server.Listen()) qFatal("the scripted server cannot bind port 7200");
     Session& s = S();
-    if (!options.encyclopedia.isEmpty()) s.SetSite({options.encyclopedia, options.encyclopedia});
+    if (!options.encyclopedia.isEmpty()) s.SetSite({options.encyclopedia});
     s.ServerAddress = TestAddress().toString();
     s.PlayerName = options.names.value(0);
     UdpEndpoint probe;
@@ -94,22 +107,38 @@ bool RunningSession::Deliver(const QStringList& datagrams)
     return WaitUntil([&] { return server.ReceivedTexts().contains(pong); }, 15000);
 }
 
-bool ClickLink(WebEngineBrowser& browser, const QString& id)
+QString LinkTo(QStringView title)
+{
+    const QString name = title.toString().replace(u' ', u'_');
+    return u"#mw-content-text a[href=\"/wiki/"_s +
+           QString::fromLatin1(QUrl::toPercentEncoding(name, ":/(),!*@$;#")) + u"\"]";
+}
+
+bool ClickLink(WebEngineBrowser& browser, const QString& selector)
 {
     // A title can come before its document has loaded (from history, on going back).
     if (!WaitUntil([&] { return !browser.Busy(); }, 15000)) return false;
+    // The first element that shows on the page, at the middle of its first line: a link that wraps
+    // has nothing of its own at the middle of its box.
     const QString locate =
-        u"(function () { var e = document.getElementById('"_s + id +
-        u"'); if (!e) return null; e.scrollIntoView();"
-        u" var r = e.getBoundingClientRect(); return [r.left + r.width / 2, r.top + r.height / 2]; })()";
-    bool answered = false;
+        u"(function () { var all = document.querySelectorAll("_s + JavaScriptString(selector) +
+        u"); for (var i = 0; i < all.length; ++i) { var e = all[i]; if (!e.getClientRects().length) continue;"
+        u" e.scrollIntoView({block: 'center'}); var r = e.getClientRects()[0];"
+        u" var x = r.left + r.width / 2, y = r.top + r.height / 2; var hit = document.elementFromPoint(x, y);"
+        u" if (hit && (hit === e || e.contains(hit) || hit.contains(e))) return [x, y]; } return null; })()";
+    // Scripts may add it a little later (the search box's suggestions).
     QVariantList centre;
     QPointer<WebEngineBrowser> guard(&browser);
-    browser.Page()->runJavaScript(locate, [&](const QVariant& result) {
-        centre = result.toList();
-        answered = true;
-    });
-    if (!WaitUntil([&] { return answered || !guard; }, 15000) || !guard || centre.size() != 2) return false;
+    for (QDeadlineTimer deadline(5000); guard && centre.size() != 2 && !deadline.hasExpired();) {
+        bool answered = false;
+        browser.Page()->runJavaScript(locate, [&](const QVariant& result) {
+            centre = result.toList();
+            answered = true;
+        });
+        if (!WaitUntil([&] { return answered || !guard; }, 15000)) return false;
+        if (centre.size() != 2) WaitUntil([] { return false; }, 50);
+    }
+    if (!guard || centre.size() != 2) return false;
     auto* view = browser.findChild<QWebEngineView*>();
     QWidget* target = view ? view->focusProxy() : nullptr;
     if (!target) return false;
@@ -119,11 +148,17 @@ bool ClickLink(WebEngineBrowser& browser, const QString& id)
     bool navigated = false;
     const auto connection =
         QObject::connect(&browser, &Browser::BeforeNavigate2, &browser, [&] { navigated = true; });
+    // A jump within the page starts no navigation; its address changes all the same.
+    const auto jump =
+        QObject::connect(browser.Page(), &QWebEnginePage::urlChanged, &browser, [&] { navigated = true; });
     for (int attempt = 0; attempt < 50 && guard && !navigated; ++attempt) {
         QTest::mouseClick(target, Qt::LeftButton, {}, point);
         WaitUntil([&] { return navigated || !guard; }, 200);
     }
-    if (guard) QObject::disconnect(connection);
+    if (guard) {
+        QObject::disconnect(connection);
+        QObject::disconnect(jump);
+    }
     return navigated;
 }
 
