@@ -184,6 +184,45 @@ private Q_SLOTS:
         if (!stored.isEmpty()) QVERIFY(UdpEndpoint().Bind(s.S().LocalPort)); // free for the main window
     }
 
+    void serverListKeys_data()
+    {
+        QTest::addColumn<QString>("last");
+        QTest::addColumn<QString>("keys"); // d/u: Down/Up in the edit field; 0-2: click that list entry
+        QTest::addColumn<QString>("joined");
+        QTest::newRow("down from the selection") << u"Beta"_s << u"d"_s << u"gamma"_s;
+        QTest::newRow("down stops at the end") << u"Beta"_s << u"ddd"_s << u"gamma"_s;
+        QTest::newRow("up stops at the start") << u"Beta"_s << u"uu"_s << u"alpha"_s;
+        QTest::newRow("down with none selected") << u"x"_s << u"d"_s << u"alpha"_s;
+        QTest::newRow("Enter in the list after a click") << u"x"_s << u"1"_s << u"Beta"_s;
+        QTest::newRow("click, then keys in the field") << u"x"_s << u"2u"_s << u"Beta"_s;
+    }
+    void serverListKeys()
+    {
+        QFETCH(QString, last);
+        QFETCH(QString, keys);
+        QFETCH(QString, joined);
+        Shown<frmServers> s({u"Servers"_s, u"alpha,Beta,gamma"_s, u"LastServer"_s, last});
+        s.window->activateWindow();
+        QVERIFY(QTest::qWaitForWindowActive(s.window));
+        auto* combo = s.Get<SimpleCombo>(u"cmbServers"_s);
+        for (const QChar key : keys) {
+            if (key.isDigit()) {
+                QListWidget* list = combo->list();
+                QTest::mouseClick(list->viewport(), Qt::LeftButton, {},
+                                  list->visualItemRect(list->item(key.digitValue())).center());
+                QCOMPARE(QApplication::focusWidget(), list);
+            } else {
+                combo->edit()->setFocus();
+                QTest::keyClick(combo->edit(), key == u'd' ? Qt::Key_Down : Qt::Key_Up);
+            }
+        }
+        QCOMPARE(combo->text(), joined);
+        // Enter joins wherever the focus is inside the combo.
+        QTest::keyClick(QApplication::focusWidget(), Qt::Key_Return);
+        QVERIFY(!s.window->isVisible());
+        QCOMPARE(s.S().ChosenServer, joined);
+    }
+
     void serversWithoutAFreeLocalPort()
     {
         // Ports another test run holds at this moment count as held too.
