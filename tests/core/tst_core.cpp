@@ -149,6 +149,39 @@ private Q_SLOTS:
         QCOMPARE(s.RoutePath, u"Apple\r"_s);
     }
 
+    // The roster's bounds hold a hostile server's names off, never the player's own name.
+    void rosterBounds_data()
+    {
+        QTest::addColumn<int>("others"); // names in the list before the own one
+        QTest::addColumn<int>("nameLength");
+        QTest::newRow("long own name") << 2 << 65;
+        QTest::newRow("own name after a full roster") << SessionData::kMaxPlayers + 5 << 3;
+        QTest::newRow("long own name after a full roster") << SessionData::kMaxPlayers << 300;
+    }
+    void rosterBounds()
+    {
+        QFETCH(int, others);
+        QFETCH(int, nameLength);
+        SessionData s;
+        s.PlayerName = QString(nameLength, u'N');
+        QString list = u"PLAYERLIST COUNT=%1;"_s.arg(others + 2);
+        for (int i = 1; i <= others; ++i)
+            list += u"P%1=p%1;"_s.arg(i);
+        list += u"P%1=%2;"_s.arg(others + 1).arg(s.PlayerName.toLower()); // in another letter case
+        list += u"P%1=%2;"_s.arg(others + 2).arg(QString(65, u'x'));      // another's, too long
+        s.AddPlayersFrom(list);
+        QCOMPARE(s.PlayerCount(), std::min(others + 1, int(SessionData::kMaxPlayers)));
+        const qint32 own = s.FindPlayer(s.PlayerName.toLower());
+        QCOMPARE(own, s.PlayerCount());
+        s.AddPlayer(u"late"_s); // the roster is full, or the name of another too long
+        s.AddPlayer(s.PlayerName);
+        QCOMPARE(s.FindPlayer(u"late"_s), others + 1 < SessionData::kMaxPlayers ? own + 1 : 0);
+        s.RemovePlayer(s.PlayerName);
+        QCOMPARE(s.FindPlayer(s.PlayerName.toLower()), 0);
+        s.AddPlayer(s.PlayerName);
+        QCOMPARE(s.FindPlayer(s.PlayerName), s.PlayerCount());
+    }
+
     // PLAYERLIST: the names. STARTGAME: the list's size, its first two words.
     void counts_data()
     {

@@ -159,6 +159,25 @@ private Q_SLOTS:
                              u"illegal page: \"talk\""_s});
     }
 
+    // A name longer than the roster takes from others: the server accepted it, so it is ours.
+    void longOwnName()
+    {
+        const QString name(SessionData::kMaxNameLength + 1, u'a');
+        RunningSession f({.names = {name, u"bo"_s}});
+        QCOMPARE(Label(f.S().Scores(), "lblPlayers"), name + u"\r\nbo\r\n"_s);
+        f.S().InRound = true;
+        f.S().RoutePath = u"Apple\rBanana\r"_s;
+        f.S().CurrentArticle = u"talk"_s;
+        QVERIFY(f.Deliver(
+            {u"DISQUALIFY"_s, u"JOIN NAME="_s + name.toUpper() + u';', u"WINNER NAME="_s + name + u';'}));
+        QCOMPARE(f.S().PlayerCount(), 2);
+        QCOMPARE(f.S().Player(1).InGame, u"no"_s);
+        QCOMPARE(f.S().Player(1).Wins, 1);
+        QCOMPARE(f.Sent(u"SENDMYPATH"_s),
+                 QStringList{u"SENDMYPATH NAME="_s + name + u";PATH=Apple\rBanana;"});
+        QVERIFY(f.S().OpenWinner() && f.S().OpenWinner()->isVisible());
+    }
+
     void startGame()
     {
         RunningSession f;
