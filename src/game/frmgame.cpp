@@ -42,6 +42,8 @@ frmGame::frmGame(Session& session) : QWidget(nullptr), m_session(session), m_dis
     }
     wsGame = new UdpEndpoint(this);
     wsGame->setObjectName(u"wsGame"_s);
+    // Under a flood, old scores and pings make room before anything else would.
+    wsGame->SetSupersedeKey(&SessionDispatcher::SupersedeKey);
     connect(wsGame, &UdpEndpoint::DataArrival, this,
             [this](const QString& text) { m_dispatcher.Handle(text); });
 

@@ -11,6 +11,7 @@
 #include "scriptedserver.h"
 
 #include <QNetworkDatagram>
+#include <QThread>
 #include <QUdpSocket>
 #include <QtTest>
 #include <memory>
@@ -302,6 +303,57 @@ private Q_SLOTS:
         QVERIFY(WaitUntil([&] { return texts.size() == 200; }, 10000));
         QCOMPARE(texts.first(), u"SCOREIS NAME=Jos\u00e9;"_s);
         QVERIFY(deliveredWhenOthersRan > 0 && deliveredWhenOthersRan <= 2 * UdpEndpoint::kBatch);
+    }
+
+    // Datagrams read while a handler runs wait for their turn however long it takes; a full inbox
+    // makes room by letting go of what later datagrams supersede, and beyond that drops arrivals.
+    void inboxKeepsItsDatagrams_data()
+    {
+        QTest::addColumn<int>("limit"); // bytes; 0 for the endpoint's own
+        QTest::addColumn<int>("firstTakesMs");
+        QTest::addColumn<QStringList>("after"); // sent behind "first" at once
+        QTest::addColumn<QStringList>("delivered");
+        QStringList many;
+        for (int i = 0; i < 100; ++i)
+            many << u"SCOREIS NAME=%1;"_s.arg(i);
+        QTest::newRow("a slow handler") << 0 << 1200 << many << QStringList{u"first"_s} + many;
+        const QStringList keyed = {u"a:1"_s,  u"b:1"_s,  u"a:2"_s,  u"b:2"_s,  u"a:3"_s, u"b:3"_s, u"a:4"_s,
+                                   u"b:4"_s,  u"a:5"_s,  u"a:6"_s,  u"a:7"_s,  u"a:8"_s, u"!go"_s, u"a:9"_s,
+                                   u"a:10"_s, u"a:11"_s, u"a:12"_s, u"a:13"_s, u"a:14"_s};
+        QTest::newRow("superseded make room")
+            << 64 << 0 << keyed
+            << QStringList{u"first"_s, u"b:4"_s, u"a:8"_s, u"!go"_s, u"a:13"_s, u"a:14"_s};
+        QStringList unkeyed;
+        for (int i = 10; i < 30; ++i)
+            unkeyed << u"!x"_s + QString::number(i);
+        QTest::newRow("nothing superseded")
+            << 64 << 0 << unkeyed << QStringList{u"first"_s} + unkeyed.first(14);
+    }
+    void inboxKeepsItsDatagrams()
+    {
+        QFETCH(int, limit);
+        QFETCH(int, firstTakesMs);
+        QFETCH(QStringList, after);
+        QFETCH(QStringList, delivered);
+        UdpEndpoint client;
+        QVERIFY(client.Bind(u"7216"_s));
+        if (limit > 0) client.SetInboxLimit(limit);
+        // "a:1" supersedes "a:0" unless a datagram without ":" comes between them.
+        client.SetSupersedeKey([](QByteArrayView datagram) {
+            const qsizetype colon = datagram.indexOf(':');
+            return colon < 0 ? QString() : QString::fromLatin1(datagram.first(colon));
+        });
+        QStringList texts;
+        connect(&client, &UdpEndpoint::DataArrival, this, [&](const QString& text) {
+            texts << text;
+            if (text == u"first"_s) QThread::msleep(firstTakesMs);
+        });
+        // All in the socket's buffer before the endpoint reads any.
+        for (const QString& text : QStringList{u"first"_s} + after)
+            Send(7216, text.toLatin1());
+        QVERIFY(WaitUntil([&] { return texts.size() >= delivered.size(); }));
+        QTest::qWait(50);
+        QCOMPARE(texts, delivered);
     }
 
     // A handler that lets events run receives what arrives meanwhile; one that closes, nothing more.

@@ -1,3 +1,4 @@
+#include "core/wire.h"
 #include "panels/frmchat.h"
 #include "panels/frmscores.h"
 #include "panels/frmwinner.h"
@@ -101,6 +102,28 @@ private Q_SLOTS:
                  QList<int>({7, 99, 2}));
         QCOMPARE(QList<int>({f.S().Player(2).Ping, f.S().Player(3).Ping}), QList<int>({0, 95}));
         QCOMPARE(Label(f.S().Scores(), "lblScores"), scores); // never refreshed
+    }
+
+    // Which waiting datagram a later one may supersede when a flood fills the inbox: only scores
+    // and pings that set every field they carry.
+    void supersedeKeys_data()
+    {
+        QTest::addColumn<QString>("message");
+        QTest::addColumn<QString>("key");
+        QTest::newRow("score") << u"SCOREIS NAME=bo;WINS=1;CLICK=2;RCLICK=3;INGAME=no;"_s << u"SCOREIS bo"_s;
+        QTest::newRow("score faulting half-way")
+            << u"SCOREIS NAME=bo;WINS=1;CLICK=x;RCLICK=3;"_s << QString();
+        QTest::newRow("score without round clicks") << u"SCOREIS NAME=bo;WINS=1;CLICK=2;"_s << QString();
+        QTest::newRow("ping") << u"PINGIS NAME=Bo;PING=40;"_s << u"PINGIS Bo"_s;
+        QTest::newRow("ping out of range") << u"PINGIS NAME=bo;PING=2147483648;"_s << QString();
+        QTest::newRow("round start") << u"STARTGAME COUNT=1;WORD0=A;WORD1=B;"_s << QString();
+        QTest::newRow("chat about scores") << u"CHAT NAME=bo;TEXT=SCOREIS NAME=bo;PING=1;"_s << QString();
+    }
+    void supersedeKeys()
+    {
+        QFETCH(QString, message);
+        QFETCH(QString, key);
+        QCOMPARE(SessionDispatcher::SupersedeKey(ToWire(message)), key);
     }
 
     void winnersNewGameAndPages()
