@@ -112,7 +112,11 @@ void frmGame::resizeEvent(QResizeEvent* event)
     QWidget::resizeEvent(event);
     // Minimised or maximised, the browser keeps its size.
     if (!wbMain || (windowState() & (Qt::WindowMinimized | Qt::WindowMaximized | Qt::WindowFullScreen))) return;
-    wbMain->resize(std::max(0, width() - 2 * kMargin), std::max(0, height() - 2 * kMargin));
+    // A side too short for the margins has no size to give the browser: that side keeps its own.
+    const int browserWidth = width() - 2 * kMargin;
+    const int browserHeight = height() - 2 * kMargin;
+    wbMain->resize(browserWidth < 0 ? wbMain->width() : browserWidth,
+                   browserHeight < 0 ? wbMain->height() : browserHeight);
 }
 
 void frmGame::PollScore()

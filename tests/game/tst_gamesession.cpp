@@ -45,6 +45,12 @@ private Q_SLOTS:
             // The browser leaves 8 pixels around it in the normal state, and keeps its size otherwise.
             f.game->resize(400, 300);
             QCOMPARE(f.browser->geometry(), QRect(8, 8, 384, 284));
+            // A side too short for the margins is skipped; the other side still follows.
+            f.game->resize(12, 200);
+            QCOMPARE(f.browser->geometry(), QRect(8, 8, 384, 184));
+            f.game->resize(300, 15);
+            QCOMPARE(f.browser->geometry(), QRect(8, 8, 284, 184));
+            f.game->resize(400, 300);
             f.game->setWindowState(Qt::WindowMaximized);
             QVERIFY(WaitUntil([&] { return f.game->width() > 400; }));
             QCOMPARE(f.browser->size(), QSize(384, 284));
