@@ -78,6 +78,9 @@ frmGame::~frmGame()
 
 void frmGame::SendData(const QString& Text)
 {
+    // The session is over: nothing follows its "DISCONNECT". A closed socket would otherwise
+    // send from a fresh port.
+    if (m_session.Ended()) return;
     wsGame->RemotePort = kServerPort;
     wsGame->RemoteHost = m_session.ServerAddress;
     wsGame->SendData(Text);
@@ -143,6 +146,8 @@ void frmGame::closeEvent(QCloseEvent* event)
     tmrGetScores->stop();
     tmrPing->stop();
     wsGame->Close();
+    // The program ends here: the browser's notifications still queued reach nobody.
+    if (wbMain) wbMain->disconnect(m_monitor);
     m_session.EndProgram(0);
 }
 

@@ -1,3 +1,4 @@
+#include "core/messages.h"
 #include "core/wire.h"
 #include "panels/frmchat.h"
 #include "panels/frmscores.h"
@@ -232,11 +233,19 @@ private Q_SLOTS:
         {
             RunningSession f;
             f.S().Winner().show();
+            // Notifications of a page still loading are queued when the window closes, in a round.
+            f.S().InRound = true;
+            f.browser->titleFor = [](const QString&) {
+                return u"Banana - Wikipedia, the free encyclopedia"_s;
+            };
+            f.browser->Navigate(u"http://elsewhere.test/"_s);
             f.game->close();
             QCOMPARE(f.server.WaitForVerb(u"DISCONNECT"_s), u"DISCONNECT NAME=ann;"_s);
             QCOMPARE(f.client.programEnd.endings, QList<int>{0});
             QVERIFY(!f.S().OpenChat() && !f.S().OpenScores() && !f.S().OpenWinner());
-            QTest::qWait(100);
+            f.S().SendData(msg::Chat(u"ann", u"late")); // a panel that would still speak
+            QTest::qWait(200);
+            QCOMPARE(f.server.ReceivedTexts().last(), u"DISCONNECT NAME=ann;"_s); // nothing after it
             QCOMPARE(f.Sent(u"DISCONNECT"_s).size(), 1);
         }
         RunningSession f;
