@@ -8,6 +8,7 @@
 #include "panels/frmscores.h"
 #include "panels/frmwinner.h"
 #include "platform/browser.h"
+#include "platform/controls.h"
 #include "platform/placement.h"
 #include "platform/twips.h"
 
@@ -29,6 +30,7 @@ frmGame::frmGame(Session& session) : QWidget(nullptr), m_session(session), m_dis
 {
     setObjectName(u"frmGame"_s);
     setWindowTitle(u"Linkhop"_s);
+    setWindowIcon(LinkhopIcon());
     setFont(ArialFont(8.25));
 
     m_monitor = new NavigationMonitor(

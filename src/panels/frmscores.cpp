@@ -36,6 +36,7 @@ frmScores::frmScores(Session& session) : QWidget(nullptr), m_session(session)
 {
     setWindowFlags(Qt::Tool | Qt::CustomizeWindowHint | Qt::WindowTitleHint | Qt::WindowCloseButtonHint);
     setWindowTitle(u"Scoreboard"_s);
+    setWindowIcon(LinkhopIcon());
     setFont(ArialFont(8.25));
     QPalette colours = palette();
     colours.setColor(QPalette::Window, Qt::white);

@@ -7,12 +7,17 @@
 #include "lobby/simplecombo.h"
 #include "lobbytest.h"
 #include "panels/frmchat.h"
+#include "panels/frmscores.h"
+#include "panels/frmwinner.h"
+#include "platform/qtservices.h"
 #include "scriptedserver.h"
 
 #include <QElapsedTimer>
+#include <QInputDialog>
 #include <QLabel>
 #include <QLineEdit>
 #include <QListWidget>
+#include <QMessageBox>
 #include <QPlainTextEdit>
 #include <QPushButton>
 #include <QUdpSocket>
@@ -342,6 +347,39 @@ private Q_SLOTS:
         const bool running = playing == u"yes"_s;
         QCOMPARE(server.WaitForVerb(u"GETWORDS"_s, 1, running ? 5000 : 200),
                  running ? u"GETWORDS NAME=Ann;"_s : QString());
+    }
+
+    // Every window, the message and input boxes included, shows the icon of the desktop entry.
+    void everyWindowShowsTheIcon()
+    {
+        const auto picture = [](const QIcon& icon) { return icon.pixmap(QSize(32, 32)).toImage(); };
+        const QImage expected = picture(QIcon(QStringLiteral(LINKHOP_ICON_FILE)));
+        QVERIFY(!expected.isNull());
+        Shown<frmMain> main;
+        Shown<frmHost> host;
+        Shown<frmServers> servers;
+        Session& s = main.S();
+        s.PlayerName = u"Ann"_s;
+        s.AddPlayer(s.PlayerName);
+        OpenSessionWindows(s, true, QString());
+        const QList<QWidget*> windows{main.window.data(), host.window.data(), servers.window.data(), s.Game(),
+                                      s.OpenChat(),       s.OpenScores(),     s.OpenWinner()};
+        for (const QWidget* window : windows)
+            QVERIFY2(picture(window->windowIcon()) == expected, qPrintable(window->objectName()));
+        QtPrompts prompts;
+        QImage boxes[2];
+        WhenModal<QMessageBox>([&](QMessageBox* box) {
+            boxes[0] = picture(box->windowIcon());
+            box->accept();
+        });
+        prompts.MessageBox(u"Critical error:"_s, Icon::Critical);
+        WhenModal<QInputDialog>([&](QInputDialog* box) {
+            boxes[1] = picture(box->windowIcon());
+            box->reject();
+        });
+        prompts.InputBox(u"Password:"_s);
+        QVERIFY(boxes[0] == expected && boxes[1] == expected);
+        delete s.Game();
     }
 
     void mainHostStartsTheServerAndLeavesItItsPort()
