@@ -1,6 +1,7 @@
 // One client session under a flood of "SCOREIS" or "PINGIS": how many datagrams a second it
-// handles, and how long its event loop is kept from other events meanwhile, with 16 and with 100
-// players in the roster (each of these datagrams refreshes one column of the scoreboard).
+// handles, and how long its event loop is kept from other events meanwhile, with 16, 100 and a
+// full roster of players (these datagrams mark one column of the scoreboard, which is refreshed
+// once after the datagrams of one event-loop turn).
 //
 // The flood comes over loopback from a second socket in a thread of its own, as fast as the
 // session drains it: the sender keeps at most kInFlight datagrams sent but not yet handled, so
@@ -37,15 +38,16 @@ using namespace linkhop::test;
 
 namespace {
 
-constexpr int kInFlight = 256;
+constexpr int kInFlight = 1024;
 
 QString PlayerName(int i)
 {
     return u"player%1"_s.arg(i, 3, 10, QChar(u'0'));
 }
 
-// Adds up the time events take, for the scoreboard's repaints (all of them start from an update
-// request to its window) and for the session socket's hand-overs to the dispatcher.
+// Adds up the time events take: the session socket's hand-overs to the dispatcher, the
+// scoreboard's refreshes (a queued call to its window) and its repaints (all of them start from an
+// update request to its window).
 class TimingApplication final : public QApplication
 {
 public:
@@ -53,20 +55,28 @@ public:
 
     QObject* scoreboard = nullptr;
     QObject* endpoint = nullptr;
-    qint64 paintNs = 0;
     qint64 dispatchNs = 0;
+    qint64 refreshNs = 0;
+    qint64 paintNs = 0;
+    int refreshes = 0;
     int paints = 0;
+
+    void Reset() { dispatchNs = refreshNs = paintNs = refreshes = paints = 0; }
 
     bool notify(QObject* receiver, QEvent* event) override
     {
-        const bool painting = receiver == scoreboard && event->type() == QEvent::UpdateRequest;
-        const bool dispatching = receiver == endpoint && event->type() == QEvent::MetaCall;
-        if (!painting && !dispatching) return QApplication::notify(receiver, event);
+        qint64* ns = nullptr;
+        if (receiver == endpoint && event->type() == QEvent::MetaCall)
+            ns = &dispatchNs;
+        else if (receiver == scoreboard && event->type() == QEvent::MetaCall)
+            ns = &refreshNs, ++refreshes;
+        else if (receiver == scoreboard && event->type() == QEvent::UpdateRequest)
+            ns = &paintNs, ++paints;
+        if (!ns) return QApplication::notify(receiver, event);
         QElapsedTimer timer;
         timer.start();
         const bool result = QApplication::notify(receiver, event);
-        (painting ? paintNs : dispatchNs) += timer.nsecsElapsed();
-        paints += painting;
+        *ns += timer.nsecsElapsed();
         return result;
     }
 };
@@ -74,9 +84,12 @@ public:
 struct Run
 {
     double perSecond = 0;
+    double costUs = 0; // the user-interface thread's time below, per datagram handled
     double heldMs = 0;
     double dispatchShare = 0; // of the run's wall-clock time
+    double refreshShare = 0;
     double paintShare = 0;
+    double refreshesPerSecond = 0;
     double paintsPerSecond = 0;
     quint64 lost = 0;
 };
@@ -115,9 +128,9 @@ Run FloodOnce(TimingApplication& app, Session& session, frmGame& game, const QLi
                 stalled.restart();
             }
             if (sent - qint64(now) >= kInFlight) {
-                // Nothing handled for longer than the session keeps a datagram waiting: what is in
-                // flight was dropped.
-                if (stalled.elapsed() > UdpEndpoint::kInboxMaxAgeMs + 500) {
+                // Nothing handled for a second and a half: what is in flight was lost before the
+                // session read it.
+                if (stalled.elapsed() > 1500) {
                     lost.fetch_add(quint64(sent - qint64(now)));
                     sent = qint64(now);
                 }
@@ -131,8 +144,7 @@ Run FloodOnce(TimingApplication& app, Session& session, frmGame& game, const QLi
 
     LetEventsRunFor(200); // the flood settles before it is measured
     Heartbeat heartbeat;
-    app.paintNs = app.dispatchNs = 0;
-    app.paints = 0;
+    app.Reset();
     const quint64 before = handled.load();
     QElapsedTimer clock;
     clock.start();
@@ -140,9 +152,12 @@ Run FloodOnce(TimingApplication& app, Session& session, frmGame& game, const QLi
     const double elapsedNs = double(clock.nsecsElapsed());
     Run run;
     run.perSecond = double(handled.load() - before) / elapsedNs * 1e9;
+    run.costUs = double(app.dispatchNs + app.refreshNs + app.paintNs) / 1e3 / double(handled.load() - before);
     run.heldMs = heartbeat.LongestHeldMs();
     run.dispatchShare = double(app.dispatchNs) / elapsedNs;
+    run.refreshShare = double(app.refreshNs) / elapsedNs;
     run.paintShare = double(app.paintNs) / elapsedNs;
+    run.refreshesPerSecond = app.refreshes / elapsedNs * 1e9;
     run.paintsPerSecond = app.paints / elapsedNs * 1e9;
 
     stop = true;
@@ -201,15 +216,17 @@ int main(int argc, char** argv)
         "session drains it (at most %d datagrams in flight); %d runs of %d s per case.\n"
         "handled/s: datagrams handled a second, median and worst run. held: the longest the event loop\n"
         "was kept from a 10 ms timer, median and worst run. The user-interface thread's time, medians:\n"
-        "dispatch = handing datagrams to the dispatcher and its reactions, the scoreboard's refreshes\n"
-        "included; refresh = those refreshes alone (their cost measured alone x the rate); paint =\n"
-        "repainting the scoreboard, which every refresh asks for once per event-loop turn.\n\n",
+        "dispatch = handing datagrams to the dispatcher and its reactions; refresh = rebuilding the\n"
+        "marked scoreboard columns, once after each event-loop turn's datagrams; paint = repainting\n"
+        "the scoreboard, with the refreshes and repaints per second; us/datagram = the three together\n"
+        "per datagram handled, which stays put when the flood's pace moves the rest.\n\n",
         kInFlight, runs, seconds);
-    std::printf("%-8s %7s | %9s %9s | %8s %8s | %8s %8s %8s %8s | %4s\n", "flood", "players", "handled/s",
-                "worst", "held ms", "worst", "dispatch", "refresh", "paint", "paints/s", "lost");
+    std::printf("%-8s %7s | %9s %9s | %8s %8s | %8s %8s %8s %10s %8s | %11s | %4s\n", "flood", "players",
+                "handled/s", "worst", "held ms", "worst", "dispatch", "refresh", "paint", "refresh/s",
+                "paints/s", "us/datagram", "lost");
 
     QStringList costs;
-    for (const int players : {16, 100}) {
+    for (const int players : {16, 100, int(SessionData::kMaxPlayers)}) {
         TestClient client;
         Session& s = *client.session;
         s.ServerAddress = TestAddress().toString();
@@ -251,19 +268,22 @@ int main(int argc, char** argv)
                 lost += results.back().lost;
             }
             const double rate = Median(results, [](const Run& r) { return r.perSecond; });
-            const double refreshShare = rate * refreshUs[ping] / 1e6;
             const auto worstRate = std::min_element(results.begin(), results.end(), [](auto& a, auto& b) {
                                        return a.perSecond < b.perSecond;
                                    })->perSecond;
             const auto worstHeld = std::max_element(results.begin(), results.end(), [](auto& a, auto& b) {
                                        return a.heldMs < b.heldMs;
                                    })->heldMs;
-            std::printf("%-8s %7d | %9.0f %9.0f | %8.1f %8.1f | %7.0f%% %7.0f%% %7.0f%% %8.0f | %4llu\n",
+            std::printf("%-8s %7d | %9.0f %9.0f | %8.1f %8.1f | %7.0f%% %7.0f%% %7.0f%% %10.0f %8.0f | "
+                        "%11.2f | %4llu\n",
                         ping ? "PINGIS" : "SCOREIS", players, rate, worstRate,
                         Median(results, [](const Run& r) { return r.heldMs; }), worstHeld,
                         100 * Median(results, [](const Run& r) { return r.dispatchShare; }),
-                        100 * refreshShare, 100 * Median(results, [](const Run& r) { return r.paintShare; }),
-                        Median(results, [](const Run& r) { return r.paintsPerSecond; }), lost);
+                        100 * Median(results, [](const Run& r) { return r.refreshShare; }),
+                        100 * Median(results, [](const Run& r) { return r.paintShare; }),
+                        Median(results, [](const Run& r) { return r.refreshesPerSecond; }),
+                        Median(results, [](const Run& r) { return r.paintsPerSecond; }),
+                        Median(results, [](const Run& r) { return r.costUs; }), lost);
             std::fflush(stdout);
         }
         app.scoreboard = app.endpoint = nullptr;

@@ -1,5 +1,6 @@
 #include "game/session.h"
 #include "lobby/frmmain.h"
+#include "platform/controls.h"
 #include "platform/qtservices.h"
 #include "platform/webenginebrowser.h"
 
@@ -16,6 +17,8 @@ int main(int argc, char* argv[])
 
     QApplication app(argc, argv);
     QApplication::setApplicationName(QStringLiteral("Linkhop"));
+    // For any window that does not set its own, such as the browser's dialogs.
+    QApplication::setWindowIcon(linkhop::LinkhopIcon());
     // The program ends through the session only: the main window's hand-over closes the last
     // window for a moment before the session windows open.
     QApplication::setQuitOnLastWindowClosed(false);

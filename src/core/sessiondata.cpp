@@ -44,9 +44,15 @@ qint32 SessionData::IndexIgnoringCase(const QString& name) const
 
 void SessionData::AddPlayer(const QString& name)
 {
-    if (name.size() > kMaxNameLength || PlayerCount() >= kMaxPlayers) return;
     const QString lower = name.toLower();
     if (m_lowerNames.contains(lower)) return;
+    // The player's own name was typed here and accepted by the server: it always has its place.
+    // The bounds are for everyone else, who leave one place free for it.
+    const QString own = PlayerName.toLower();
+    if (PlayerName.isEmpty() || lower != own) {
+        const qint32 others = PlayerCount() - qint32(!PlayerName.isEmpty() && m_lowerNames.contains(own));
+        if (name.size() > kMaxNameLength || others >= kMaxPlayers - 1) return;
+    }
     m_lowerNames.insert(lower);
     PlayerRecord record;
     record.Name = name;

@@ -63,12 +63,13 @@ public:
 
     // The most players and the longest name a roster takes. No server has more or longer: one
     // that sends them could otherwise grow the roster, and the cost of every refresh of it,
-    // without end.
+    // without end. The own name (PlayerName, in any letter case) is never held off by them.
     static constexpr qint32 kMaxPlayers = 1000;
     static constexpr qsizetype kMaxNameLength = 64;
 
-    // Adds Name unless a name equal ignoring case is already there, the name is longer than
-    // kMaxNameLength or the roster already holds kMaxPlayers.
+    // Adds Name unless a name equal ignoring case is already there. Another player's name is also
+    // refused when longer than kMaxNameLength, or when the others already fill all the places but
+    // the one kept for the own name.
     void AddPlayer(const QString& name);
     // Removes the entry whose name equals Name ignoring case; later entries move down.
     void RemovePlayer(const QString& name);

@@ -6,9 +6,11 @@
 #include <QHostInfo>
 #include <QNetworkDatagram>
 #include <QPointer>
+#include <QSet>
 #include <QTimer>
 #include <QUdpSocket>
 #include <QVariant>
+#include <algorithm>
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -47,7 +49,6 @@ UdpEndpoint::UdpEndpoint(QObject* parent) : QObject(parent), m_socket(new QUdpSo
     // never from inside readyRead: a handler that lets events run (waiting for a page) then still
     // receives the datagrams arriving meanwhile, which readyRead, never raised recursively, would
     // hold back.
-    m_clock.start();
     connect(m_socket, &QUdpSocket::readyRead, this, &UdpEndpoint::Drain);
     connect(m_socket, &QUdpSocket::errorOccurred, this, &UdpEndpoint::ReportSocketError);
 }
@@ -79,6 +80,7 @@ void UdpEndpoint::Close()
     m_socket->close();
     m_inbox.clear();
     m_inboxBytes = 0;
+    m_shedAfterBytes = 0;
     m_queue.clear();
     if (m_lookupId >= 0) QHostInfo::abortHostLookup(m_lookupId);
     m_lookupId = -1;
@@ -142,12 +144,41 @@ void UdpEndpoint::Drain()
     while (m_socket->hasPendingDatagrams()) {
         QNetworkDatagram datagram = m_socket->receiveDatagram();
         if (!datagram.isValid()) continue;
-        // Beyond the inbox's limit a flood is dropped here, at the cost of a read.
-        if (m_inboxBytes + datagram.data().size() > kInboxLimitBytes) continue;
-        m_inboxBytes += datagram.data().size();
-        m_inbox.append({std::move(datagram), m_clock.elapsed()});
+        const qsizetype bytes = datagram.data().size();
+        if (m_inboxBytes + bytes > m_inboxLimit) Shed();
+        // What nothing supersedes is dropped here, at the cost of a read: a flood of it cannot
+        // grow the inbox without end.
+        if (m_inboxBytes + bytes > m_inboxLimit) continue;
+        QString key = m_supersedeKey ? m_supersedeKey(datagram.data()) : QString();
+        m_inboxBytes += bytes;
+        m_inbox.append({std::move(datagram), std::move(key)});
     }
     ScheduleDelivery();
+}
+
+void UdpEndpoint::Shed()
+{
+    if (!m_supersedeKey || m_shedAfterBytes > 0) return;
+    // From the newest back: a keyed datagram goes when a later one of its key follows it with only
+    // keyed datagrams between them.
+    QSet<QString> later;
+    QList<bool> superseded(m_inbox.size(), false);
+    for (qsizetype i = m_inbox.size() - 1; i >= 0; --i) {
+        const QString& key = m_inbox[i].key;
+        if (key.isEmpty())
+            later.clear();
+        else if (later.contains(key))
+            superseded[i] = true;
+        else
+            later.insert(key);
+    }
+    qsizetype i = 0;
+    m_inbox.removeIf([&](const Received& r) {
+        const bool drop = superseded[i++];
+        if (drop) m_inboxBytes -= r.datagram.data().size();
+        return drop;
+    });
+    if (m_inboxBytes > m_inboxLimit / 4 * 3) m_shedAfterBytes = m_inboxLimit / 4;
 }
 
 void UdpEndpoint::ScheduleDelivery()
@@ -163,17 +194,10 @@ void UdpEndpoint::Deliver()
     QPointer<UdpEndpoint> self(this);
     // Handlers that take long (a long chat line, a long roster to show) count by time as well.
     const QDeadlineTimer turn(kBatchMs, Qt::PreciseTimer);
-    for (int handled = 0; handled < kBatch && !turn.hasExpired(); ++handled) {
-        // What waited too long goes unhandled: behind a flood the handlers skip ahead instead of
-        // falling ever further behind.
-        const qint64 now = m_clock.elapsed();
-        while (!m_inbox.isEmpty() && now - m_inbox.front().atMs > kInboxMaxAgeMs) {
-            m_inboxBytes -= m_inbox.front().datagram.data().size();
-            m_inbox.removeFirst();
-        }
-        if (m_inbox.isEmpty()) break;
+    for (int handled = 0; handled < kBatch && !turn.hasExpired() && !m_inbox.isEmpty(); ++handled) {
         const QNetworkDatagram datagram = m_inbox.takeFirst().datagram;
         m_inboxBytes -= datagram.data().size();
+        m_shedAfterBytes = std::max<qsizetype>(0, m_shedAfterBytes - datagram.data().size());
         // The rest follow after other events had their turn, or nested when this handler lets
         // events run.
         ScheduleDelivery();

@@ -1,12 +1,12 @@
 #pragma once
 
-#include <QElapsedTimer>
 #include <QHash>
 #include <QHostAddress>
 #include <QList>
 #include <QNetworkDatagram>
 #include <QObject>
 #include <QString>
+#include <functional>
 
 class QUdpSocket;
 
@@ -39,15 +39,23 @@ public:
     void SendData(const QString& text);
     void SendTo(const QString& text, const QHostAddress& address, quint16 port);
 
+    // A key for each received datagram, from its bytes on the wire. A later datagram with the
+    // same non-empty key supersedes an earlier one when only keyed datagrams come between them:
+    // handling the later one alone leaves the same state as handling both. Every other datagram
+    // has the empty key.
+    using SupersedeKey = std::function<QString(QByteArrayView datagram)>;
+    void SetSupersedeKey(SupersedeKey key) { m_supersedeKey = std::move(key); }
+
     // Datagrams handled per event-loop turn before the rest wait for the next turn, so that a
     // flood cannot hold the event loop; a turn also ends once its handlers have taken kBatchMs.
+    // Every datagram read is handled, however long it waits for its turn.
     static constexpr int kBatch = 64;
     static constexpr int kBatchMs = 10;
-    // Received datagrams waiting for their turn; a flood beyond this is dropped.
+    // Received datagrams waiting for their turn, by their bytes on the wire. When a flood fills
+    // the inbox, the waiting datagrams that later ones supersede make room; only what nothing
+    // supersedes is dropped beyond it. Tests shorten it.
     static constexpr qsizetype kInboxLimitBytes = 8 << 20;
-    // A datagram that has waited this long for its turn is dropped unhandled: however far a
-    // flood outruns the handlers, what arrives after it is handled at most this late.
-    static constexpr int kInboxMaxAgeMs = 1000;
+    void SetInboxLimit(qsizetype bytes) { m_inboxLimit = bytes; }
 
 Q_SIGNALS:
     void DataArrival(const QString& text, const QHostAddress& sender, quint16 senderPort);
@@ -60,20 +68,25 @@ private:
         quint16 port;
         QByteArray bytes;
     };
+    struct Received
+    {
+        QNetworkDatagram datagram;
+        QString key; // empty unless a later datagram may supersede it
+    };
     void Drain();
+    void Shed();
     void ScheduleDelivery();
     void Deliver();
     void FlushQueue();
     void ReportSocketError();
-    struct Received
-    {
-        QNetworkDatagram datagram;
-        qint64 atMs; // on m_clock
-    };
     QUdpSocket* m_socket = nullptr;
-    QElapsedTimer m_clock;
     QList<Received> m_inbox;
     qsizetype m_inboxBytes = 0;
+    qsizetype m_inboxLimit = kInboxLimitBytes;
+    // After shedding that left the inbox nearly full, what the handlers take from it before the
+    // next attempt: shedding that frees little does not run again and again for nothing.
+    qsizetype m_shedAfterBytes = 0;
+    SupersedeKey m_supersedeKey;
     bool m_deliveryScheduled = false;
     QHash<QString, QHostAddress> m_resolved;
     QList<Pending> m_queue;

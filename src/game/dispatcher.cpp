@@ -37,6 +37,29 @@ void SessionDispatcher::Handle(const QString& message)
     if (!reply.isEmpty() && !m_session.Ended()) m_game.SendData(reply);
 }
 
+QString SessionDispatcher::SupersedeKey(QByteArrayView datagram)
+{
+    // A score or a ping that sets every field it carries, so that a later one for the same player
+    // leaves nothing of it behind. One that would fault half-way keeps its turn. Every other
+    // datagram is told by its first bytes, without decoding it.
+    if (!datagram.startsWith("SCOREIS ") && !datagram.startsWith("PINGIS ")) return {};
+    const QString message = FromWire(datagram);
+    const QString verb = Verb(message);
+    try {
+        if (verb == verb::SCOREIS) {
+            for (const QStringView key : {u"WINS", u"CLICK", u"RCLICK"})
+                Number(GetParam(message, key));
+        } else if (verb == verb::PINGIS) {
+            Number(GetParam(message, u"PING"));
+        } else {
+            return {};
+        }
+    } catch (const Fault&) {
+        return {};
+    }
+    return verb % u' ' % GetParam(message, u"NAME");
+}
+
 void SessionDispatcher::Open(const QString& url)
 {
     // A session may have no browser (its factory gave none): the reaction goes on without a page.
@@ -73,14 +96,14 @@ QString SessionDispatcher::React(const QString& message, const QString& verb)
         s.Player(i).Clicks = Number(param(u"CLICK"));
         s.Player(i).RoundClicks = Number(param(u"RCLICK"));
         s.Player(i).InGame = param(u"INGAME");
-        s.Scores().UpdateList(false, true, false, false, false);
+        s.Scores().UpdateListSoon(false, true, false, false);
         return {};
     }
 
     if (verb == verb::PINGIS) {
         const qint32 i = s.FindPlayer(param(u"NAME"));
         s.Player(i).Ping = Number(param(u"PING"));
-        s.Scores().UpdateList(false, false, true, false, false);
+        s.Scores().UpdateListSoon(false, false, true, false);
         return {};
     }
 

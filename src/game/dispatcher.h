@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QByteArrayView>
 #include <QString>
 
 namespace linkhop {
@@ -16,6 +17,9 @@ public:
     SessionDispatcher(Session& session, frmGame& game) : m_session(session), m_game(game) {}
 
     void Handle(const QString& message);
+    // Scores and pings: the key under which a later one of the same kind for the same player
+    // supersedes a waiting one (UdpEndpoint::SupersedeKey). Empty for every other message.
+    static QString SupersedeKey(QByteArrayView datagram);
 
     // Longest wait for the round's first page before the round starts regardless.
     static constexpr int kFirstPageWaitMs = 20000;

@@ -8,6 +8,7 @@
 #include "panels/frmscores.h"
 #include "panels/frmwinner.h"
 #include "platform/browser.h"
+#include "platform/controls.h"
 #include "platform/placement.h"
 #include "platform/twips.h"
 
@@ -29,6 +30,7 @@ frmGame::frmGame(Session& session) : QWidget(nullptr), m_session(session), m_dis
 {
     setObjectName(u"frmGame"_s);
     setWindowTitle(u"Linkhop"_s);
+    setWindowIcon(LinkhopIcon());
     setFont(ArialFont(8.25));
 
     m_monitor = new NavigationMonitor(
@@ -42,6 +44,8 @@ frmGame::frmGame(Session& session) : QWidget(nullptr), m_session(session), m_dis
     }
     wsGame = new UdpEndpoint(this);
     wsGame->setObjectName(u"wsGame"_s);
+    // Under a flood, old scores and pings make room before anything else would.
+    wsGame->SetSupersedeKey(&SessionDispatcher::SupersedeKey);
     connect(wsGame, &UdpEndpoint::DataArrival, this,
             [this](const QString& text) { m_dispatcher.Handle(text); });
 
@@ -76,6 +80,9 @@ frmGame::~frmGame()
 
 void frmGame::SendData(const QString& Text)
 {
+    // The session is over: nothing follows its "DISCONNECT". A closed socket would otherwise
+    // send from a fresh port.
+    if (m_session.Ended()) return;
     wsGame->RemotePort = kServerPort;
     wsGame->RemoteHost = m_session.ServerAddress;
     wsGame->SendData(Text);
@@ -110,7 +117,11 @@ void frmGame::resizeEvent(QResizeEvent* event)
     QWidget::resizeEvent(event);
     // Minimised or maximised, the browser keeps its size.
     if (!wbMain || (windowState() & (Qt::WindowMinimized | Qt::WindowMaximized | Qt::WindowFullScreen))) return;
-    wbMain->resize(std::max(0, width() - 2 * kMargin), std::max(0, height() - 2 * kMargin));
+    // A side too short for the margins has no size to give the browser: that side keeps its own.
+    const int browserWidth = width() - 2 * kMargin;
+    const int browserHeight = height() - 2 * kMargin;
+    wbMain->resize(browserWidth < 0 ? wbMain->width() : browserWidth,
+                   browserHeight < 0 ? wbMain->height() : browserHeight);
 }
 
 void frmGame::PollScore()
@@ -137,6 +148,8 @@ void frmGame::closeEvent(QCloseEvent* event)
     tmrGetScores->stop();
     tmrPing->stop();
     wsGame->Close();
+    // The program ends here: the browser's notifications still queued reach nobody.
+    if (wbMain) wbMain->disconnect(m_monitor);
     m_session.EndProgram(0);
 }
 

@@ -27,6 +27,7 @@ frmHost::frmHost(Session& session, QWidget* parent)
 {
     setObjectName(u"frmHost"_s);
     setWindowTitle(u"Host a Game"_s);
+    setWindowIcon(LinkhopIcon());
     setFont(ArialFont(8.25));
     setModal(true);
 

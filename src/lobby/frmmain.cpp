@@ -45,6 +45,7 @@ frmMain::frmMain(Session& session, QWidget* parent)
       m_session(session)
 {
     setObjectName(u"frmMain"_s);
+    setWindowIcon(LinkhopIcon());
     setFont(ArialFont(8.25));
     QPalette white = palette();
     white.setColor(QPalette::Window, Qt::white);

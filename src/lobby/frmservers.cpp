@@ -26,6 +26,7 @@ frmServers::frmServers(Session& session, QWidget* parent)
 {
     setObjectName(u"frmServers"_s);
     setWindowTitle(u"Join a Game"_s);
+    setWindowIcon(LinkhopIcon());
     setFont(ArialFont(8.25));
     setModal(true);
 

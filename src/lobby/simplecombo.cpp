@@ -3,6 +3,7 @@
 #include <QKeyEvent>
 #include <QLineEdit>
 #include <QListWidget>
+#include <algorithm>
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -21,6 +22,7 @@ SimpleCombo::SimpleCombo(QWidget* parent)
     // The edit field takes the focus for the whole combo; the list is reached by mouse or Tab.
     setFocusProxy(m_edit);
     m_edit->installEventFilter(this);
+    m_list->installEventFilter(this);
     connect(m_list, &QListWidget::currentRowChanged, this, [this] { TakeSelection(); });
     connect(m_list, &QListWidget::itemClicked, this, [this] { TakeSelection(); });
     connect(m_list, &QListWidget::itemDoubleClicked, this, [this] {
@@ -81,12 +83,21 @@ void SimpleCombo::TakeSelection()
 
 bool SimpleCombo::eventFilter(QObject* watched, QEvent* event)
 {
-    if (watched == m_edit && event->type() == QEvent::KeyPress) {
-        const int key = static_cast<QKeyEvent*>(event)->key();
-        if (key == Qt::Key_Return || key == Qt::Key_Enter) {
-            Q_EMIT enterPressed();
-            return true;
-        }
+    if ((watched != m_edit && watched != m_list) || event->type() != QEvent::KeyPress)
+        return QWidget::eventFilter(watched, event);
+    const int key = static_cast<QKeyEvent*>(event)->key();
+    // Enter belongs to the combo wherever its focus is, the list included.
+    if (key == Qt::Key_Return || key == Qt::Key_Enter) {
+        Q_EMIT enterPressed();
+        return true;
+    }
+    // Up and Down in the field step through the list, which puts the entry into the field.
+    if (watched == m_edit && (key == Qt::Key_Up || key == Qt::Key_Down) && count() > 0) {
+        const int index = currentIndex();
+        const int step = key == Qt::Key_Down ? 1 : -1;
+        setCurrentIndex(index < 0 ? 0 : std::clamp(index + step, 0, count() - 1));
+        m_edit->selectAll();
+        return true;
     }
     return QWidget::eventFilter(watched, event);
 }

@@ -9,8 +9,8 @@ class QListWidget;
 namespace linkhop {
 
 // A combo box of the simple style: an edit field above a list that is always open. Selecting a
-// list entry puts it into the edit field. Enter in the field is consumed and reported, as is a
-// double-click on a list entry.
+// list entry puts it into the edit field, as do Up and Down in the field. Enter in the field or the
+// list is consumed and reported, as is a double-click on a list entry.
 class SimpleCombo final : public QWidget
 {
     Q_OBJECT

@@ -32,6 +32,7 @@ frmChat::frmChat(Session& session) : QWidget(nullptr), m_session(session)
 {
     setWindowFlags(Qt::Tool | Qt::CustomizeWindowHint | Qt::WindowTitleHint | Qt::WindowCloseButtonHint);
     setWindowTitle(u"Chat"_s);
+    setWindowIcon(LinkhopIcon());
     setFont(ArialFont(8.25));
     setFixedSize(Px(5520), Px(3255));
 

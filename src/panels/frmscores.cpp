@@ -4,7 +4,6 @@
 #include "game/session.h"
 #include "platform/controls.h"
 #include "platform/placement.h"
-#include "platform/redraw.h"
 #include "platform/twips.h"
 
 #include <QCloseEvent>
@@ -37,6 +36,7 @@ frmScores::frmScores(Session& session) : QWidget(nullptr), m_session(session)
 {
     setWindowFlags(Qt::Tool | Qt::CustomizeWindowHint | Qt::WindowTitleHint | Qt::WindowCloseButtonHint);
     setWindowTitle(u"Scoreboard"_s);
+    setWindowIcon(LinkhopIcon());
     setFont(ArialFont(8.25));
     QPalette colours = palette();
     colours.setColor(QPalette::Window, Qt::white);
@@ -93,7 +93,9 @@ frmScores::~frmScores() = default;
 
 void frmScores::UpdateList(bool Player, bool Score, bool Ping, bool Words, bool Sorted)
 {
-    RedrawSuspension suspension(this);
+    // The window is not redrawn before this returns: Qt repaints from the event loop, so the
+    // columns change in one step, and only the columns that changed are repainted. Suspending
+    // the window's updates would repaint all of it instead, on every refresh of a flood.
     if (!Sorted) {
         QString names;
         QString scores;
@@ -120,6 +122,24 @@ void frmScores::UpdateList(bool Player, bool Score, bool Ping, bool Words, bool 
             lblNextWord->setText(u"None"_s);
         }
     }
+}
+
+void frmScores::UpdateListSoon(bool Player, bool Score, bool Ping, bool Words)
+{
+    if (!m_pending) {
+        m_pending.emplace();
+        QMetaObject::invokeMethod(
+            this,
+            [this] {
+                const Pending asked = *std::exchange(m_pending, std::nullopt);
+                UpdateList(asked.Player, asked.Score, asked.Ping, asked.Words);
+            },
+            Qt::QueuedConnection);
+    }
+    m_pending->Player |= Player;
+    m_pending->Score |= Score;
+    m_pending->Ping |= Ping;
+    m_pending->Words |= Words;
 }
 
 void frmScores::UnloadNow()

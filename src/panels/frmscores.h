@@ -2,6 +2,7 @@
 
 #include <QLine>
 #include <QWidget>
+#include <optional>
 
 class QLabel;
 
@@ -34,6 +35,9 @@ public:
     // the two word lines.
     void UpdateList(bool Player = false, bool Score = false, bool Ping = false, bool Words = false,
                     bool Sorted = false);
+    // The same, once, after the events already waiting: a burst of updates costs one refresh
+    // of what any of them asked for, not one each.
+    void UpdateListSoon(bool Player, bool Score, bool Ping, bool Words);
     // Lets the window close, closes it and schedules its deletion.
     void UnloadNow();
 
@@ -52,6 +56,15 @@ private:
     Session& m_session;
     bool m_unloadAllowed = false;
     ScoreLines m_lines;
+    // What UpdateListSoon was asked for since its refresh was scheduled.
+    struct Pending
+    {
+        bool Player = false;
+        bool Score = false;
+        bool Ping = false;
+        bool Words = false;
+    };
+    std::optional<Pending> m_pending;
 
     QLabel* Label1;
     QLabel* lblPlayers;

@@ -18,6 +18,7 @@ frmWinner::frmWinner(Session& session) : QWidget(nullptr), m_session(session)
 {
     setObjectName(u"frmWinner"_s);
     setWindowTitle(u"Choose Words"_s);
+    setWindowIcon(LinkhopIcon());
     setWindowFlags(Qt::Tool | Qt::CustomizeWindowHint | Qt::WindowTitleHint | Qt::WindowCloseButtonHint);
     setFont(ArialFont(8.25));
 

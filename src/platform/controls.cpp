@@ -3,6 +3,7 @@
 #include "twips.h"
 
 #include <QGuiApplication>
+#include <QIcon>
 #include <QLabel>
 #include <QPushButton>
 #include <QScreen>
@@ -33,6 +34,11 @@ QPushButton* MakeButton(QWidget* window, const QString& name, const QString& cap
     button->setText(caption);
     button->setAutoDefault(false);
     return button;
+}
+
+QIcon LinkhopIcon()
+{
+    return QIcon(QStringLiteral(":/icons/linkhop.png"));
 }
 
 void PlaceCentred(QWidget& window, int widthTwips, int heightTwips)

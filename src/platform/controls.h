@@ -5,6 +5,7 @@
 #include <QStringView>
 
 class QFont;
+class QIcon;
 class QLabel;
 class QPushButton;
 class QWidget;
@@ -25,6 +26,9 @@ QLabel* MakeLabel(QWidget* window, const QString& name, const QString& caption, 
 QLabel* MakeLabel(QWidget* window, const QString& name, const QString& caption, QRect place, const QFont& font);
 // A button that never takes Enter for itself: Enter belongs to each window's main field.
 QPushButton* MakeButton(QWidget* window, const QString& name, const QString& caption, QRect place);
+
+// Linkhop's icon, the desktop entry's, which every window shows.
+QIcon LinkhopIcon();
 
 // Fixes a window's client area to its design size in twips and places it in the centre of the
 // screen it opens on.

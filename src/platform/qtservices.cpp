@@ -1,5 +1,7 @@
 #include "qtservices.h"
 
+#include "controls.h"
+
 #include <QApplication>
 #include <QFileInfo>
 #include <QInputDialog>
@@ -13,15 +15,18 @@ void QtPrompts::MessageBox(const QString& text, Icon icon)
 {
     QMessageBox box(icon == Icon::Critical ? QMessageBox::Critical : QMessageBox::Information,
                     kApplicationTitle.toString(), text, QMessageBox::Ok, QApplication::activeWindow());
+    box.setWindowIcon(LinkhopIcon());
     box.exec();
 }
 
 QString QtPrompts::InputBox(const QString& prompt)
 {
-    bool ok = false;
-    const QString answer = QInputDialog::getText(QApplication::activeWindow(), kApplicationTitle.toString(), prompt,
-                                                 QLineEdit::Normal, QString(), &ok);
-    return ok ? answer : QString();
+    QInputDialog box(QApplication::activeWindow());
+    box.setWindowTitle(kApplicationTitle.toString());
+    box.setWindowIcon(LinkhopIcon());
+    box.setLabelText(prompt);
+    box.setTextEchoMode(QLineEdit::Normal);
+    return box.exec() == QDialog::Accepted ? box.textValue() : QString();
 }
 
 bool QtLauncher::Start(const QString& program)

@@ -11,6 +11,7 @@
 #include "scriptedserver.h"
 
 #include <QNetworkDatagram>
+#include <QThread>
 #include <QUdpSocket>
 #include <QtTest>
 #include <memory>
@@ -182,6 +183,39 @@ private Q_SLOTS:
         QCOMPARE(s.RoutePath, u"Apple\r"_s);
     }
 
+    // The roster's bounds hold a hostile server's names off, never the player's own name.
+    void rosterBounds_data()
+    {
+        QTest::addColumn<int>("others"); // names in the list before the own one
+        QTest::addColumn<int>("nameLength");
+        QTest::newRow("long own name") << 2 << 65;
+        QTest::newRow("own name after a full roster") << SessionData::kMaxPlayers + 5 << 3;
+        QTest::newRow("long own name after a full roster") << SessionData::kMaxPlayers << 300;
+    }
+    void rosterBounds()
+    {
+        QFETCH(int, others);
+        QFETCH(int, nameLength);
+        SessionData s;
+        s.PlayerName = QString(nameLength, u'N');
+        QString list = u"PLAYERLIST COUNT=%1;"_s.arg(others + 2);
+        for (int i = 1; i <= others; ++i)
+            list += u"P%1=p%1;"_s.arg(i);
+        list += u"P%1=%2;"_s.arg(others + 1).arg(s.PlayerName.toLower()); // in another letter case
+        list += u"P%1=%2;"_s.arg(others + 2).arg(QString(65, u'x'));      // another's, too long
+        s.AddPlayersFrom(list);
+        QCOMPARE(s.PlayerCount(), std::min(others + 1, int(SessionData::kMaxPlayers)));
+        const qint32 own = s.FindPlayer(s.PlayerName.toLower());
+        QCOMPARE(own, s.PlayerCount());
+        s.AddPlayer(u"late"_s); // the roster is full, or the name of another too long
+        s.AddPlayer(s.PlayerName);
+        QCOMPARE(s.FindPlayer(u"late"_s), others + 1 < SessionData::kMaxPlayers ? own + 1 : 0);
+        s.RemovePlayer(s.PlayerName);
+        QCOMPARE(s.FindPlayer(s.PlayerName.toLower()), 0);
+        s.AddPlayer(s.PlayerName);
+        QCOMPARE(s.FindPlayer(s.PlayerName), s.PlayerCount());
+    }
+
     // PLAYERLIST: the names. STARTGAME: the list's size, its first two words.
     void counts_data()
     {
@@ -302,6 +336,57 @@ private Q_SLOTS:
         QVERIFY(WaitUntil([&] { return texts.size() == 200; }, 10000));
         QCOMPARE(texts.first(), u"SCOREIS NAME=Jos\u00e9;"_s);
         QVERIFY(deliveredWhenOthersRan > 0 && deliveredWhenOthersRan <= 2 * UdpEndpoint::kBatch);
+    }
+
+    // Datagrams read while a handler runs wait for their turn however long it takes; a full inbox
+    // makes room by letting go of what later datagrams supersede, and beyond that drops arrivals.
+    void inboxKeepsItsDatagrams_data()
+    {
+        QTest::addColumn<int>("limit"); // bytes; 0 for the endpoint's own
+        QTest::addColumn<int>("firstTakesMs");
+        QTest::addColumn<QStringList>("after"); // sent behind "first" at once
+        QTest::addColumn<QStringList>("delivered");
+        QStringList many;
+        for (int i = 0; i < 100; ++i)
+            many << u"SCOREIS NAME=%1;"_s.arg(i);
+        QTest::newRow("a slow handler") << 0 << 1200 << many << QStringList{u"first"_s} + many;
+        const QStringList keyed = {u"a:1"_s,  u"b:1"_s,  u"a:2"_s,  u"b:2"_s,  u"a:3"_s, u"b:3"_s, u"a:4"_s,
+                                   u"b:4"_s,  u"a:5"_s,  u"a:6"_s,  u"a:7"_s,  u"a:8"_s, u"!go"_s, u"a:9"_s,
+                                   u"a:10"_s, u"a:11"_s, u"a:12"_s, u"a:13"_s, u"a:14"_s};
+        QTest::newRow("superseded make room")
+            << 64 << 0 << keyed
+            << QStringList{u"first"_s, u"b:4"_s, u"a:8"_s, u"!go"_s, u"a:13"_s, u"a:14"_s};
+        QStringList unkeyed;
+        for (int i = 10; i < 30; ++i)
+            unkeyed << u"!x"_s + QString::number(i);
+        QTest::newRow("nothing superseded")
+            << 64 << 0 << unkeyed << QStringList{u"first"_s} + unkeyed.first(14);
+    }
+    void inboxKeepsItsDatagrams()
+    {
+        QFETCH(int, limit);
+        QFETCH(int, firstTakesMs);
+        QFETCH(QStringList, after);
+        QFETCH(QStringList, delivered);
+        UdpEndpoint client;
+        QVERIFY(client.Bind(u"7216"_s));
+        if (limit > 0) client.SetInboxLimit(limit);
+        // "a:1" supersedes "a:0" unless a datagram without ":" comes between them.
+        client.SetSupersedeKey([](QByteArrayView datagram) {
+            const qsizetype colon = datagram.indexOf(':');
+            return colon < 0 ? QString() : QString::fromLatin1(datagram.first(colon));
+        });
+        QStringList texts;
+        connect(&client, &UdpEndpoint::DataArrival, this, [&](const QString& text) {
+            texts << text;
+            if (text == u"first"_s) QThread::msleep(firstTakesMs);
+        });
+        // All in the socket's buffer before the endpoint reads any.
+        for (const QString& text : QStringList{u"first"_s} + after)
+            Send(7216, text.toLatin1());
+        QVERIFY(WaitUntil([&] { return texts.size() >= delivered.size(); }));
+        QTest::qWait(50);
+        QCOMPARE(texts, delivered);
     }
 
     // A handler that lets events run receives what arrives meanwhile; one that closes, nothing more.

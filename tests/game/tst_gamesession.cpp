@@ -1,3 +1,5 @@
+#include "core/messages.h"
+#include "core/wire.h"
 #include "panels/frmchat.h"
 #include "panels/frmscores.h"
 #include "panels/frmwinner.h"
@@ -48,6 +50,12 @@ private Q_SLOTS:
             // The browser leaves 8 pixels around it in the normal state, and keeps its size otherwise.
             f.game->resize(400, 300);
             QCOMPARE(f.browser->geometry(), QRect(8, 8, 384, 284));
+            // A side too short for the margins is skipped; the other side still follows.
+            f.game->resize(12, 200);
+            QCOMPARE(f.browser->geometry(), QRect(8, 8, 384, 184));
+            f.game->resize(300, 15);
+            QCOMPARE(f.browser->geometry(), QRect(8, 8, 284, 184));
+            f.game->resize(400, 300);
             f.game->setWindowState(Qt::WindowMaximized);
             QVERIFY(WaitUntil([&] { return f.game->width() > 400; }));
             QCOMPARE(f.browser->size(), QSize(384, 284));
@@ -107,6 +115,28 @@ private Q_SLOTS:
         QCOMPARE(Label(f.S().Scores(), "lblScores"), scores); // never refreshed
     }
 
+    // Which waiting datagram a later one may supersede when a flood fills the inbox: only scores
+    // and pings that set every field they carry.
+    void supersedeKeys_data()
+    {
+        QTest::addColumn<QString>("message");
+        QTest::addColumn<QString>("key");
+        QTest::newRow("score") << u"SCOREIS NAME=bo;WINS=1;CLICK=2;RCLICK=3;INGAME=no;"_s << u"SCOREIS bo"_s;
+        QTest::newRow("score faulting half-way")
+            << u"SCOREIS NAME=bo;WINS=1;CLICK=x;RCLICK=3;"_s << QString();
+        QTest::newRow("score without round clicks") << u"SCOREIS NAME=bo;WINS=1;CLICK=2;"_s << QString();
+        QTest::newRow("ping") << u"PINGIS NAME=Bo;PING=40;"_s << u"PINGIS Bo"_s;
+        QTest::newRow("ping out of range") << u"PINGIS NAME=bo;PING=2147483648;"_s << QString();
+        QTest::newRow("round start") << u"STARTGAME COUNT=1;WORD0=A;WORD1=B;"_s << QString();
+        QTest::newRow("chat about scores") << u"CHAT NAME=bo;TEXT=SCOREIS NAME=bo;PING=1;"_s << QString();
+    }
+    void supersedeKeys()
+    {
+        QFETCH(QString, message);
+        QFETCH(QString, key);
+        QCOMPARE(SessionDispatcher::SupersedeKey(ToWire(message)), key);
+    }
+
     void winnersNewGameAndPages()
     {
         RunningSession f;
@@ -163,6 +193,25 @@ private Q_SLOTS:
                              u"illegal page: \"talk\""_s});
     }
 
+    // A name longer than the roster takes from others: the server accepted it, so it is ours.
+    void longOwnName()
+    {
+        const QString name(SessionData::kMaxNameLength + 1, u'a');
+        RunningSession f({.names = {name, u"bo"_s}});
+        QCOMPARE(Label(f.S().Scores(), "lblPlayers"), name + u"\r\nbo\r\n"_s);
+        f.S().InRound = true;
+        f.S().RoutePath = u"Apple\rBanana\r"_s;
+        f.S().CurrentArticle = u"talk"_s;
+        QVERIFY(f.Deliver(
+            {u"DISQUALIFY"_s, u"JOIN NAME="_s + name.toUpper() + u';', u"WINNER NAME="_s + name + u';'}));
+        QCOMPARE(f.S().PlayerCount(), 2);
+        QCOMPARE(f.S().Player(1).InGame, u"no"_s);
+        QCOMPARE(f.S().Player(1).Wins, 1);
+        QCOMPARE(f.Sent(u"SENDMYPATH"_s),
+                 QStringList{u"SENDMYPATH NAME="_s + name + u";PATH=Apple\rBanana;"});
+        QVERIFY(f.S().OpenWinner() && f.S().OpenWinner()->isVisible());
+    }
+
     void startGame()
     {
         RunningSession f;
@@ -188,11 +237,19 @@ private Q_SLOTS:
         {
             RunningSession f;
             f.S().Winner().show();
+            // Notifications of a page still loading are queued when the window closes, in a round.
+            f.S().InRound = true;
+            f.browser->titleFor = [](const QString&) {
+                return u"Banana - Wikipedia, the free encyclopedia"_s;
+            };
+            f.browser->Navigate(u"http://elsewhere.test/"_s);
             f.game->close();
             QCOMPARE(f.server.WaitForVerb(u"DISCONNECT"_s), u"DISCONNECT NAME=ann;"_s);
             QCOMPARE(f.client.programEnd.endings, QList<int>{0});
             QVERIFY(!f.S().OpenChat() && !f.S().OpenScores() && !f.S().OpenWinner());
-            QTest::qWait(100);
+            f.S().SendData(msg::Chat(u"ann", u"late")); // a panel that would still speak
+            QTest::qWait(200);
+            QCOMPARE(f.server.ReceivedTexts().last(), u"DISCONNECT NAME=ann;"_s); // nothing after it
             QCOMPARE(f.Sent(u"DISCONNECT"_s).size(), 1);
         }
         RunningSession f;

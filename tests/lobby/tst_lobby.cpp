@@ -7,12 +7,17 @@
 #include "lobby/simplecombo.h"
 #include "lobbytest.h"
 #include "panels/frmchat.h"
+#include "panels/frmscores.h"
+#include "panels/frmwinner.h"
+#include "platform/qtservices.h"
 #include "scriptedserver.h"
 
 #include <QElapsedTimer>
+#include <QInputDialog>
 #include <QLabel>
 #include <QLineEdit>
 #include <QListWidget>
+#include <QMessageBox>
 #include <QPlainTextEdit>
 #include <QPushButton>
 #include <QUdpSocket>
@@ -184,6 +189,45 @@ private Q_SLOTS:
         if (!stored.isEmpty()) QVERIFY(UdpEndpoint().Bind(s.S().LocalPort)); // free for the main window
     }
 
+    void serverListKeys_data()
+    {
+        QTest::addColumn<QString>("last");
+        QTest::addColumn<QString>("keys"); // d/u: Down/Up in the edit field; 0-2: click that list entry
+        QTest::addColumn<QString>("joined");
+        QTest::newRow("down from the selection") << u"Beta"_s << u"d"_s << u"gamma"_s;
+        QTest::newRow("down stops at the end") << u"Beta"_s << u"ddd"_s << u"gamma"_s;
+        QTest::newRow("up stops at the start") << u"Beta"_s << u"uu"_s << u"alpha"_s;
+        QTest::newRow("down with none selected") << u"x"_s << u"d"_s << u"alpha"_s;
+        QTest::newRow("Enter in the list after a click") << u"x"_s << u"1"_s << u"Beta"_s;
+        QTest::newRow("click, then keys in the field") << u"x"_s << u"2u"_s << u"Beta"_s;
+    }
+    void serverListKeys()
+    {
+        QFETCH(QString, last);
+        QFETCH(QString, keys);
+        QFETCH(QString, joined);
+        Shown<frmServers> s({u"Servers"_s, u"alpha,Beta,gamma"_s, u"LastServer"_s, last});
+        s.window->activateWindow();
+        QVERIFY(QTest::qWaitForWindowActive(s.window));
+        auto* combo = s.Get<SimpleCombo>(u"cmbServers"_s);
+        for (const QChar key : keys) {
+            if (key.isDigit()) {
+                QListWidget* list = combo->list();
+                QTest::mouseClick(list->viewport(), Qt::LeftButton, {},
+                                  list->visualItemRect(list->item(key.digitValue())).center());
+                QCOMPARE(QApplication::focusWidget(), list);
+            } else {
+                combo->edit()->setFocus();
+                QTest::keyClick(combo->edit(), key == u'd' ? Qt::Key_Down : Qt::Key_Up);
+            }
+        }
+        QCOMPARE(combo->text(), joined);
+        // Enter joins wherever the focus is inside the combo.
+        QTest::keyClick(QApplication::focusWidget(), Qt::Key_Return);
+        QVERIFY(!s.window->isVisible());
+        QCOMPARE(s.S().ChosenServer, joined);
+    }
+
     void serversWithoutAFreeLocalPort()
     {
         // Ports another test run holds at this moment count as held too.
@@ -303,6 +347,39 @@ private Q_SLOTS:
         const bool running = playing == u"yes"_s;
         QCOMPARE(server.WaitForVerb(u"GETWORDS"_s, 1, running ? 5000 : 200),
                  running ? u"GETWORDS NAME=Ann;"_s : QString());
+    }
+
+    // Every window, the message and input boxes included, shows the icon of the desktop entry.
+    void everyWindowShowsTheIcon()
+    {
+        const auto picture = [](const QIcon& icon) { return icon.pixmap(QSize(32, 32)).toImage(); };
+        const QImage expected = picture(QIcon(QStringLiteral(LINKHOP_ICON_FILE)));
+        QVERIFY(!expected.isNull());
+        Shown<frmMain> main;
+        Shown<frmHost> host;
+        Shown<frmServers> servers;
+        Session& s = main.S();
+        s.PlayerName = u"Ann"_s;
+        s.AddPlayer(s.PlayerName);
+        OpenSessionWindows(s, true, QString());
+        const QList<QWidget*> windows{main.window.data(), host.window.data(), servers.window.data(), s.Game(),
+                                      s.OpenChat(),       s.OpenScores(),     s.OpenWinner()};
+        for (const QWidget* window : windows)
+            QVERIFY2(picture(window->windowIcon()) == expected, qPrintable(window->objectName()));
+        QtPrompts prompts;
+        QImage boxes[2];
+        WhenModal<QMessageBox>([&](QMessageBox* box) {
+            boxes[0] = picture(box->windowIcon());
+            box->accept();
+        });
+        prompts.MessageBox(u"Critical error:"_s, Icon::Critical);
+        WhenModal<QInputDialog>([&](QInputDialog* box) {
+            boxes[1] = picture(box->windowIcon());
+            box->reject();
+        });
+        prompts.InputBox(u"Password:"_s);
+        QVERIFY(boxes[0] == expected && boxes[1] == expected);
+        delete s.Game();
     }
 
     void mainHostStartsTheServerAndLeavesItItsPort()
