@@ -102,8 +102,7 @@ const Room::Route Room::kRoutes[] = {
 };
 
 Room::Room(ServerConfig config, RoomOutput& output, Clock clock)
-    : m_config(std::move(config)), m_output(output), m_clock(clock ? std::move(clock) : SteadyClock()),
-      m_flood(m_config.FloodRate, m_config.FloodBurst)
+    : m_config(std::move(config)), m_output(output), m_clock(clock ? std::move(clock) : SteadyClock())
 {
     if (m_config.Articles.isEmpty()) m_config.Articles = FallbackArticles();
     m_random.seed(m_config.Seed != 0 ? m_config.Seed : std::random_device{}());
@@ -117,7 +116,7 @@ void Room::Handle(const QString& text, const QHostAddress& address, quint16 port
 {
     const qint64 now = m_clock();
     const Endpoint from{Plain(address), port};
-    if (text.size() > m_config.MaxDatagram || !m_flood.Admit(from.Address, now)) {
+    if (text.size() > m_config.MaxDatagram) {
         ++m_dropped;
         return;
     }
@@ -153,10 +152,6 @@ void Room::Tick()
         if (now - player.LastHeardMs > m_config.SilenceMs) silent.append(player.Id);
     for (quint64 id : silent)
         if (m_players.contains(id)) RemovePlayer(id, Exit::Drop);
-    if (now - m_lastPruneMs > 10000) {
-        m_flood.Prune(now);
-        m_lastPruneMs = now;
-    }
     FlushFanOut();
 }
 
@@ -165,6 +160,8 @@ void Room::DisconnectAll()
     for (const Player& player : std::as_const(m_players))
         SendTo(player, msg::Disconnected());
     if (!m_players.isEmpty()) Log(u"shutdown: disconnected %1 players"_s.arg(m_players.size()));
+    for (const Player& player : std::as_const(m_players))
+        m_output.Seated(player.Where, false);
     m_players.clear();
     m_byEndpoint.clear();
     m_byName.clear();
@@ -294,6 +291,7 @@ void Room::AddPlayer(const QString& name, const Endpoint& where)
     m_players.insert(player.Id, player);
     m_byEndpoint.insert(where, player.Id);
     m_byName.insert(name.toLower(), player.Id);
+    m_output.Seated(where, true);
     const Player& added = m_players[player.Id];
 
     if (m_players.size() == 1) {
@@ -323,9 +321,11 @@ void Room::RemovePlayer(quint64 id, Exit how)
     const auto it = m_players.find(id);
     if (it == m_players.end()) return;
     const QString name = it->Name;
-    m_byEndpoint.remove(it->Where);
+    const Endpoint where = it->Where;
+    m_byEndpoint.remove(where);
     m_byName.remove(name.toLower());
     m_players.erase(it);
+    m_output.Seated(where, false);
     Broadcast(how == Exit::Leave ? msg::Leave(name) : msg::Drop(name));
     Log(u"%1 \"%2\" (%3 players)"_s.arg(how == Exit::Leave ? u"leave"_s : u"drop"_s, name)
             .arg(m_players.size()));

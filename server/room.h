@@ -1,6 +1,5 @@
 #pragma once
 
-#include "floodgate.h"
 #include "serverconfig.h"
 
 #include <QHash>
@@ -36,6 +35,12 @@ public:
     virtual ~RoomOutput() = default;
     virtual void Send(const QString& text, const Endpoint& to) = 0;
     virtual void Event(const QString& line) = 0;
+    // A player took a place at `where`, or left it.
+    virtual void Seated(const Endpoint& where, bool present)
+    {
+        Q_UNUSED(where);
+        Q_UNUSED(present);
+    }
 };
 
 struct Player
@@ -164,7 +169,6 @@ private:
     ServerConfig m_config;
     RoomOutput& m_output;
     Clock m_clock;
-    FloodGate m_flood;
     std::mt19937 m_random;
 
     QMap<quint64, Player> m_players; // by id, so in order of arrival
@@ -187,7 +191,6 @@ private:
     qint64 m_budgetMs = 0;
 
     quint64 m_dropped = 0;
-    qint64 m_lastPruneMs = 0;
 };
 
 } // namespace linkhop::server

@@ -30,8 +30,12 @@ struct ServerConfig
     int MaxPending = 64;
     int MaxPerAddress = 8; // places one address may hold: players, pending connections, password prompts
     int MaxNameLength = int(SessionData::kMaxNameLength);
-    double FloodRate = 200;  // datagrams per second per sender address
-    double FloodBurst = 200; // datagrams one address may send at once
+    // Per source address, before anything else is done with a datagram.
+    double FloodRate = 200;           // datagrams per second
+    double FloodBurst = 200;          // datagrams at once
+    double FloodByteRate = 64 * 1024; // bytes per second, headers included
+    double FloodByteBurst = 128 * 1024;
+    double StrangerRate = 5000; // datagrams per second from all addresses without a player together
     // Score and ping updates about one player to the others are sent at once while the room stays
     // under this many datagrams per second; above it they are merged and sent as budget allows.
     double FanOutRate = 20000;

@@ -219,6 +219,19 @@ private Q_SLOTS:
         QCOMPARE(room().Players().size(), 2);
     }
 
+    // A status query asking for the answer at the server's own endpoint gets none: no loop.
+    void noAnswerToItself()
+    {
+        QVERIFY(StartServer());
+        ScriptedClient stranger(kStranger);
+        const quint64 in = m_server->DatagramsIn(), out = m_server->DatagramsOut();
+        stranger.Send(u"STATUS SERVER=PORT=7200;PORT=7200;"_s);
+        stranger.Send(msg::Status(u"x", u"7200"));
+        QCOMPARE(stranger.Collect(300), QStringList());
+        QCOMPARE(m_server->DatagramsIn(), in + 2);
+        QCOMPARE(m_server->DatagramsOut(), out);
+    }
+
     void program()
     {
         const auto start = [](QProcess& server) {
