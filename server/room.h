@@ -11,6 +11,7 @@
 #include <deque>
 #include <functional>
 #include <random>
+#include <utility>
 
 namespace linkhop::server {
 
@@ -112,11 +113,12 @@ private:
     {
         QString name;
         qint64 sinceMs;
+        quint64 order; // in m_pendingOrder
     };
-    struct AwaitingPassword
+    struct Guesses // wrong passwords from one address
     {
-        quint16 port;
-        qint64 sinceMs;
+        int wrong = 0;
+        qint64 lastMs = 0;
     };
     enum class Exit
     {
@@ -142,9 +144,13 @@ private:
     // Whether the message's NAME is the sender's own.
     static bool FromNamed(const Incoming& in);
     void Refuse(const Endpoint& to, const QString& name, QStringView code, QStringView why);
-    bool NameTaken(const QString& name, const Endpoint& except) const;
-    // Players, pending connections and password prompts at `address`, but for `except`'s own.
-    qsizetype PlacesHeldBy(const QHostAddress& address, const Endpoint& except) const;
+    // Why `name` cannot join from `where` now: the code and the reason; an empty code when it can.
+    std::pair<QStringView, QString> CannotSeat(const QString& name, const Endpoint& where) const;
+    // Whether a wrong password from `address` may be checked now; otherwise how long until it may.
+    qint64 GuessWaitMs(const QHostAddress& address, qint64 now) const;
+    void WrongGuess(const QHostAddress& address, qint64 now);
+    void AddPending(const Endpoint& where, const QString& name);
+    void RemovePending(Endpoint where); // a copy: callers pass keys of the tables it changes
     void AddPlayer(const QString& name, const Endpoint& where);
     void RemovePlayer(quint64 id, Exit how);
     void StartRound(const QString& initial, const QString& destination);
@@ -165,6 +171,8 @@ private:
     QString ScoreOf(const Player& player) const;
 
     void Log(const QString& line) { m_output.Event(line); }
+    // For lines a stranger can cause at will: a few at once, then a few a second, the rest counted.
+    void LogLimited(const QString& line);
 
     ServerConfig m_config;
     RoomOutput& m_output;
@@ -174,11 +182,17 @@ private:
     QMap<quint64, Player> m_players; // by id, so in order of arrival
     QHash<Endpoint, quint64> m_byEndpoint;
     QHash<QString, quint64> m_byName; // lower-case name
+    QHash<QHostAddress, int> m_playersAt;
+    qsizetype m_nameBytes = 0; // the players' names on the wire, for the size of "PLAYERLIST"
     quint64 m_nextId = 1;
     quint64 m_chooser = 0;
 
-    QHash<Endpoint, Pending> m_pending; // accepted, waiting for "GETPLAYERLIST"; keyed by reply endpoint
-    QHash<Endpoint, AwaitingPassword> m_awaitingPassword; // keyed by datagram source
+    // Accepted, waiting for "GETPLAYERLIST"; keyed by reply endpoint, oldest first in the order.
+    QHash<Endpoint, Pending> m_pending;
+    QMap<quint64, Endpoint> m_pendingOrder;
+    QHash<QHostAddress, int> m_pendingAt;
+    quint64 m_nextPending = 1;
+    QHash<QHostAddress, Guesses> m_guesses;
 
     bool m_roundRunning = false;
     QStringList m_words;
@@ -191,6 +205,10 @@ private:
     qint64 m_budgetMs = 0;
 
     quint64 m_dropped = 0;
+    double m_logTokens = 0;
+    qint64 m_logMs = 0;
+    quint64 m_logSkipped = 0;
+    qint64 m_lastSummaryMs = 0;
 };
 
 } // namespace linkhop::server

@@ -1,10 +1,11 @@
 // The server facing clients that mean it harm: floods of spoofed names, broken fields, 64 KiB
 // datagrams, and storms of connections, while three players play a round. The players' replies must
 // keep coming in time, the round must complete, and each address keep within its limits. Then
-// floods as fast as a thread can send, from one machine or from tens of thousands of addresses.
+// floods as fast as a thread can send, from one machine or from tens of thousands of addresses,
+// and strangers holding places or guessing the password while players join.
 //
-// The floods come from addresses that no other test uses (127.66.0.0/16 and 127.98.0.0/15) and
-// stop by themselves after a few seconds.
+// The floods come from addresses that no other test uses (127.66.0.0/16, 127.98.0.0/15 and
+// 127.203-205.x.x) and stop by themselves after a few seconds.
 #include "core/messages.h"
 #include "core/version.h"
 #include "flood.h"
@@ -24,6 +25,7 @@ using namespace linkhop::test;
 namespace {
 
 constexpr quint16 kAnn = 47401, kBo = 47402, kCy = 47403, kEcho = 47404, kAsker = 47405, kRacer = 47410;
+constexpr quint16 kJoiner = 47500;
 constexpr int kMaxPayload = 65507;
 constexpr int kRacers = 10;
 
@@ -63,6 +65,11 @@ QList<QByteArray> Flood(bool storm)
     return datagrams;
 }
 
+QHostAddress At(quint32 a, quint32 b, quint32 c, quint32 d)
+{
+    return QHostAddress(a << 24 | b << 16 | c << 8 | d);
+}
+
 double RssMiB()
 {
     QFile status(u"/proc/self/status"_s);
@@ -71,6 +78,14 @@ double RssMiB()
         if (line.startsWith("VmRSS:")) return line.mid(6).trimmed().split(' ').value(0).toDouble() / 1024;
     return 0;
 }
+
+enum class Attack
+{
+    Squatters,         // 8 addresses, 8 pending places each, again every 200 ms
+    ConnectStorm,      // 20,000 connections from as many addresses, as fast as a thread sends
+    PasswordlessStorm, // 130 addresses x 8 ports ask for the password prompt
+    PasswordStorm      // 64 addresses guess the password as fast as a thread sends
+};
 
 } // namespace
 
@@ -224,6 +239,93 @@ private Q_SLOTS:
         QCOMPARE_LE(double(echoed), config.FloodBurst + config.FloodRate * flood.Seconds());
         // A stranger's query competes with a spray from fresh addresses, and only with that.
         if (spray == 0) QCOMPARE_GE(statuses, kRounds * 9 / 10);
+    }
+
+    void joinsUnderAttack_data()
+    {
+        QTest::addColumn<Attack>("attack");
+        QTest::newRow("eight addresses squatting pending places") << Attack::Squatters;
+        QTest::newRow("20,000 connections from fresh addresses") << Attack::ConnectStorm;
+        QTest::newRow("1,040 password prompts") << Attack::PasswordlessStorm;
+        QTest::newRow("password guesses from 64 addresses") << Attack::PasswordStorm;
+    }
+    void joinsUnderAttack()
+    {
+        QFETCH(Attack, attack);
+        const bool privateServer = attack == Attack::PasswordlessStorm || attack == Attack::PasswordStorm;
+        ServerConfig config;
+        config.Articles = {u"Apple"_s};
+        if (privateServer) config.Password = u"pw"_s;
+        GameServer server(config);
+        QVERIFY(WaitUntil([&] { return server.Start(TestAddress()); }));
+
+        // Squatters and prompt collectors: plain sockets, each announcing ports it never listens on.
+        std::list<QUdpSocket> strangers;
+        QTimer again;
+        const auto connectFrom = [&](int addresses, int ports, const QString& prefix) {
+            for (int a = 0; a < addresses; ++a) {
+                QUdpSocket& socket = strangers.emplace_back();
+                QVERIFY(socket.bind(At(127, 203, quint32(a) >> 8, quint32(a) & 0xff), 0));
+            }
+            const auto send = [&strangers, ports, prefix] {
+                int a = 0;
+                for (QUdpSocket& socket : strangers) {
+                    for (int k = 0; k < ports; ++k)
+                        socket.writeDatagram(
+                            ToWire(msg::Connect(ClientVersion, u"%1%2"_s.arg(prefix).arg(a * ports + k),
+                                                QString::number(40000 + k))),
+                            TestAddress(), kServerPort);
+                    ++a;
+                }
+            };
+            send();
+            QObject::connect(&again, &QTimer::timeout, &again, send);
+        };
+        std::unique_ptr<FastFlooder> flood;
+        switch (attack) {
+        case Attack::Squatters:
+            connectFrom(8, 8, u"sq"_s);
+            again.start(200);
+            break;
+        case Attack::ConnectStorm:
+            flood = std::make_unique<FastFlooder>(ToWire(msg::Connect(ClientVersion, u"storm", u"40000")),
+                                                  TestAddress(), kServerPort, SprayFirst(), 20000, 0.6);
+            WaitUntil([&] { return flood->Seconds() >= 0.6 && flood->Sent() >= 20000; }, 5000);
+            break;
+        case Attack::PasswordlessStorm:
+            connectFrom(130, 8, u"prompt"_s);
+            break;
+        case Attack::PasswordStorm:
+            flood = std::make_unique<FastFlooder>(
+                ToWire(msg::ConnectWithPassword(ClientVersion, u"guess", u"wrong")), TestAddress(),
+                kServerPort, SprayFirst(), 64, 10);
+            // Until every guesser is blocked, a slow build may drop any datagram, a joiner's too.
+            QVERIFY(WaitUntil([&] { return server.Blocks() >= 64; }, 5000));
+            break;
+        }
+        WaitUntil([] { return false; }, 200);
+
+        // 25 players join one after the other from machines of their own, during or right after it.
+        std::list<ScriptedClient> joiners;
+        for (int k = 1; k <= 25; ++k) {
+            ScriptedClient& joiner = joiners.emplace_back(quint16(kJoiner + k), At(127, 205, 0, quint32(k)));
+            const QStringList replies = joiner.Join(u"J%1"_s.arg(k), u"pw"_s);
+            QVERIFY2(replies.constLast().startsWith(u"PLAYERLIST"_s), qPrintable(replies.join(u" | ")));
+        }
+        QCOMPARE(server.GameRoom().Players().size(), 25);
+        QCOMPARE_LE(server.GameRoom().PendingCount(), qsizetype(config.MaxPending));
+        QCOMPARE(server.GameRoom().CheckInvariants(), QString());
+
+        if (attack == Attack::PasswordStorm) {
+            // Wrong guesses from one address are checked three at a time, then ever more slowly.
+            ScriptedClient guesser(kJoiner, At(127, 205, 1, 1));
+            for (const char* expected : {"-100", "-100", "-100", "-1"}) {
+                guesser.Send(msg::ConnectWithPassword(ClientVersion, u"Mallory", u"guess"));
+                QCOMPARE(guesser.Next(), u"CONNECTREJECT ERROR=%1;"_s.arg(QLatin1StringView(expected)));
+            }
+            guesser.Send(msg::ConnectWithPassword(ClientVersion, u"Mallory", u"pw"));
+            QCOMPARE(guesser.Next(), u"CONNECTREJECT ERROR=-1;"_s);
+        }
     }
 };
 

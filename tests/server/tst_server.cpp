@@ -1,5 +1,6 @@
 // The server over loopback, as clients see it: every datagram checked byte for byte; and the real
 // LinkhopServer program: its ready line, its log, SIGTERM, and the port already taken.
+#include "core/sessiondata.h"
 #include "scriptedclient.h"
 #include "server/gameserver.h"
 
@@ -217,6 +218,56 @@ private Q_SLOTS:
         ann.Send(msg::GetScore(ann.PortText(), u"Ann")); // and the room still works
         QCOMPARE(ann.Next(), Score(u"Ann"_s, 0, 0, 0));
         QCOMPARE(room().Players().size(), 2);
+    }
+
+    // Places go in the order players complete the handshake: an acceptance holds no name.
+    void sameNameAcceptedTwice()
+    {
+        QVERIFY(StartServer());
+        ScriptedClient first(kCy), second(kCy, OtherAddress());
+        first.Send(msg::Connect(ClientVersion, u"Zed", first.PortText()));
+        second.Send(msg::Connect(ClientVersion, u"zed", second.PortText()));
+        QCOMPARE(first.Next(), u"CONNECTACCEPT PLAYING=no;"_s);
+        QCOMPARE(second.Next(), u"CONNECTACCEPT PLAYING=no;"_s);
+        second.Send(msg::GetPlayerList(second.PortText()));
+        QCOMPARE(second.NextWithVerb(u"PLAYERLIST"_s), u"PLAYERLIST COUNT=1;P1=zed;"_s);
+        first.Send(msg::GetPlayerList(first.PortText()));
+        QCOMPARE(first.Next(), u"CONNECTREJECT ERROR=-10;"_s);
+        QCOMPARE(room().Players().size(), 1);
+        QCOMPARE(room().PendingCount(), 0);
+    }
+
+    // A room takes no more players than one "PLAYERLIST" datagram can name.
+    void playerListFitsOneDatagram()
+    {
+        QVERIFY(StartServer([](ServerConfig& config) { config.MaxPerAddress = config.MaxPlayers; }));
+        Room& bulk = m_server->GameRoom();
+        const auto longName = [](int i) {
+            return u"P%1"_s.arg(i, 4, 10, QLatin1Char('0')).leftJustified(64, u'x');
+        };
+        // Players that are no sockets, at ports where nobody listens: the room's answers go nowhere.
+        int n = 0;
+        for (;; ++n) {
+            const quint16 port = quint16(20000 + n);
+            bulk.Handle(msg::Connect(ClientVersion, longName(n), QString::number(port)), OtherAddress(),
+                        port);
+            bulk.Handle(msg::GetPlayerList(QString::number(port)), OtherAddress(), port);
+            if (room().Players().size() == n) break;
+        }
+        QVERIFY(n > 900 && n < int(SessionData::kMaxPlayers));
+        QCOMPARE(room().PendingCount(), 0);
+        bulk.Handle(msg::Disconnect(longName(0)), OtherAddress(), 20000);
+
+        ScriptedClient last(kAnn), oneTooMany(kBo);
+        const QString list = last.Join(longName(n)).constLast();
+        QVERIFY2(list.startsWith(u"PLAYERLIST COUNT=%1;P1=%2;"_s.arg(n).arg(longName(1))),
+                 qPrintable(list.left(80)));
+        QVERIFY(list.endsWith(u"P%1=%2;"_s.arg(n).arg(longName(n))));
+        QCOMPARE_LE(ToWire(list).size(), 65507);
+        QCOMPARE(oneTooMany.Join(longName(n + 1)), QStringList{u"CONNECTREJECT ERROR=-1;"_s});
+        QCOMPARE(room().Players().size(), n);
+        QCOMPARE(room().PendingCount(), 0);
+        QCOMPARE(room().CheckInvariants(), QString());
     }
 
     // A status query asking for the answer at the server's own endpoint gets none: no loop.
