@@ -4,6 +4,7 @@
 #include "core/messages.h"
 #include "core/version.h"
 #include "core/wire.h"
+#include "textrules.h"
 
 #include <QDateTime>
 #include <QElapsedTimer>
@@ -23,9 +24,6 @@ namespace {
 constexpr QStringView kForbiddenWords[] = {u"list",   u"history", u"edit",    u"talk", u"category",
                                            u"wiki",   u"help",    u"special", u"user", u"portal",
                                            u"search", u"number",  u"nowiki"};
-
-// Chat speakers the clients give a meaning of their own; no player may take these names.
-constexpr QStringView kReservedNames[] = {u"game", u"current time"};
 
 constexpr qsizetype kMaxWordLength = 255;
 constexpr qint64 kMaxPingMs = 60000;
@@ -143,6 +141,8 @@ Room::Room(ServerConfig config, RoomOutput& output, Clock clock)
     m_budgetMs = m_logMs = m_lastSummaryMs = m_clock();
     m_budget = std::max(m_config.FanOutRate / 10, 1.0);
     m_logTokens = kLogBurst;
+    for (const QString& banned : std::as_const(m_config.BannedNames))
+        m_bannedKeys.insert(NameKey(banned));
 }
 
 // --- entry points -------------------------------------------------------------------------------
@@ -242,20 +242,13 @@ void Room::OnConnect(const Incoming& in)
                                                                   GetParam(in.text, u"VER")));
         return;
     }
-    const bool badCharacters = std::any_of(name.cbegin(), name.cend(), [](QChar c) {
-        return c == u'=' || c.category() == QChar::Other_Control;
-    });
-    if (name.trimmed().isEmpty() || badCharacters || name.size() > m_config.MaxNameLength)
-        return Refuse(replyTo, name, u"-1", u"unusable name");
+    if (const QString why = NameProblem(name, m_config.MaxNameLength); !why.isEmpty())
+        return Refuse(replyTo, name, u"-1", QString(u"unusable name: "_s + why));
     for (const auto& [subnet, prefix] : m_config.BannedSubnets)
         if (replyTo.Address.isInSubnet(subnet, prefix))
             return Refuse(replyTo, name, u"-21", u"address banned");
-    const QString lower = name.toLower();
-    const bool banned =
-        std::any_of(m_config.BannedNames.cbegin(), m_config.BannedNames.cend(),
-                    [&](const QString& b) { return b.toLower() == lower; }) ||
-        std::find(std::begin(kReservedNames), std::end(kReservedNames), lower) != std::end(kReservedNames);
-    if (banned) return Refuse(replyTo, name, u"-11", u"name banned");
+    if (IsReservedName(name) || m_bannedKeys.contains(NameKey(name)))
+        return Refuse(replyTo, name, u"-11", u"name banned or reserved");
     if (const auto [code, why] = CannotSeat(name, replyTo); !code.isEmpty())
         return Refuse(replyTo, name, code, why);
 
@@ -287,7 +280,7 @@ std::pair<QStringView, QString> Room::CannotSeat(const QString& name, const Endp
     if (m_byEndpoint.contains(where)) return {u"-20", u"address and port already playing"_s};
     if (m_playersAt.value(where.Address) >= m_config.MaxPerAddress)
         return {u"-20", u"%1 players from this address already"_s.arg(m_config.MaxPerAddress)};
-    if (m_byName.contains(name.toLower())) return {u"-10", u"name in use"_s};
+    if (m_byName.contains(NameKey(name))) return {u"-10", u"name in use, or one that reads the same"_s};
     if (m_players.size() >= m_config.MaxPlayers) return {u"-1", u"server full"_s};
     // Every player must learn the whole room from one datagram.
     if (PlayerListBytes(m_players.size() + 1, m_nameBytes + ToWire(name).size()) > kMaxPayload)
@@ -384,7 +377,7 @@ void Room::AddPlayer(const QString& name, const Endpoint& where)
     player.InGame = !m_roundRunning;
     m_players.insert(player.Id, player);
     m_byEndpoint.insert(where, player.Id);
-    m_byName.insert(name.toLower(), player.Id);
+    m_byName.insert(NameKey(name), player.Id);
     ++m_playersAt[where.Address];
     m_nameBytes += ToWire(name).size();
     m_output.Seated(where, true);
@@ -419,7 +412,7 @@ void Room::RemovePlayer(quint64 id, Exit how)
     const QString name = it->Name;
     const Endpoint where = it->Where;
     m_byEndpoint.remove(where);
-    m_byName.remove(name.toLower());
+    m_byName.remove(NameKey(name));
     if (--m_playersAt[where.Address] <= 0) m_playersAt.remove(where.Address);
     m_nameBytes -= ToWire(name).size();
     m_players.erase(it);
@@ -675,7 +668,7 @@ QString Room::Chooser() const
 
 const Player* Room::FindPlayer(QStringView name) const
 {
-    const auto it = m_byName.constFind(name.toString().toLower());
+    const auto it = m_byName.constFind(NameKey(name));
     return it == m_byName.cend() ? nullptr : &*m_players.constFind(*it);
 }
 
@@ -785,10 +778,12 @@ QString Room::CheckInvariants() const
     QStringList list;
     qsizetype nameBytes = 0;
     for (const Player& p : m_players) {
-        const QString lower = p.Name.toLower();
-        if (names.contains(lower)) return u"two players named \"%1\""_s.arg(p.Name);
-        names.insert(lower);
-        if (m_byName.value(lower) != p.Id) return u"name index lost \"%1\""_s.arg(p.Name);
+        const QString key = NameKey(p.Name);
+        if (names.contains(key)) return u"two players whose names read \"%1\""_s.arg(key);
+        names.insert(key);
+        if (m_byName.value(key) != p.Id) return u"name index lost \"%1\""_s.arg(p.Name);
+        if (!NameProblem(p.Name, m_config.MaxNameLength).isEmpty() || IsReservedName(p.Name))
+            return u"unusable name \"%1\" in the room"_s.arg(p.Name);
         ++at[p.Where.Address];
         list.append(p.Name);
         nameBytes += ToWire(p.Name).size();

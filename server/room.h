@@ -5,6 +5,7 @@
 #include <QHash>
 #include <QHostAddress>
 #include <QMap>
+#include <QSet>
 #include <QString>
 #include <QStringList>
 #include <QStringView>
@@ -181,7 +182,8 @@ private:
 
     QMap<quint64, Player> m_players; // by id, so in order of arrival
     QHash<Endpoint, quint64> m_byEndpoint;
-    QHash<QString, quint64> m_byName; // lower-case name
+    QHash<QString, quint64> m_byName; // by NameKey
+    QSet<QString> m_bannedKeys;       // the banned names' NameKey
     QHash<QHostAddress, int> m_playersAt;
     qsizetype m_nameBytes = 0; // the players' names on the wire, for the size of "PLAYERLIST"
     quint64 m_nextId = 1;
