@@ -69,6 +69,14 @@ bool IsForbiddenWord(QStringView word)
            std::end(kForbiddenWords);
 }
 
+// A title as a client would report it: "_" for a space, as the address writes it, is a space.
+QString ArticleWord(QStringView title)
+{
+    QString word = title.trimmed().toString();
+    word.replace(u'_', u' ');
+    return word;
+}
+
 // Titles name the same article when they differ only in letter case or "_" for a space.
 QString ArticleKey(QStringView title)
 {
@@ -140,6 +148,7 @@ Room::Room(ServerConfig config, RoomOutput& output, Clock clock)
     m_random.seed(m_config.Seed != 0 ? m_config.Seed : std::random_device{}());
     m_budgetMs = m_logMs = m_lastSummaryMs = m_clock();
     m_budget = std::max(m_config.FanOutRate / 10, 1.0);
+    m_byteBudget = std::max(m_config.FanOutByteRate / 10, double(m_config.MaxDatagram));
     m_logTokens = kLogBurst;
     for (const QString& banned : std::as_const(m_config.BannedNames))
         m_bannedKeys.insert(NameKey(banned));
@@ -373,6 +382,9 @@ void Room::AddPlayer(const QString& name, const Endpoint& where)
     player.Name = name;
     player.Where = where;
     player.LastHeardMs = m_clock();
+    player.ChatLines = m_config.ChatLineBurst;
+    player.ChatBytes = m_config.ChatByteBurst;
+    player.ChatMs = player.LastHeardMs;
     // A player arriving during a round is out of it until asking for its words.
     player.InGame = !m_roundRunning;
     m_players.insert(player.Id, player);
@@ -481,7 +493,30 @@ void Room::OnChat(const Incoming& in)
     const QString name = GetParam(in.text, u"NAME");
     const QString text = ChatText(in.text);
     if (name == speaker.Name) {
-        Broadcast(msg::Chat(speaker.Name, text));
+        if (ChatForgesLines(text))
+            return ChatNote(speaker,
+                            u"Your line was not sent: it holds line breaks or control characters."_s);
+        const QString line = msg::Chat(speaker.Name, text);
+        const double bytes = double(ToWire(line).size());
+        const qint64 now = m_clock();
+        const double seconds = double(std::max<qint64>(0, now - speaker.ChatMs)) / 1000;
+        speaker.ChatMs = std::max(speaker.ChatMs, now);
+        speaker.ChatLines =
+            std::min(m_config.ChatLineBurst, speaker.ChatLines + seconds * m_config.ChatLineRate);
+        speaker.ChatBytes =
+            std::min(m_config.ChatByteBurst, speaker.ChatBytes + seconds * m_config.ChatByteRate);
+        if (speaker.ChatLines < 1 || speaker.ChatBytes < bytes)
+            return ChatNote(
+                speaker, u"You are sending chat faster than the server relays it; that line was not sent."_s);
+        // Chat waits for the room's budget, which the scores share: a line the budget cannot
+        // carry to everyone now is not sent at all.
+        RefillBudget();
+        const double others = double(m_players.size() - 1);
+        if (!BudgetAllows(others, others * bytes))
+            return ChatNote(speaker, u"The server is busy; that line was not sent. Try again in a moment."_s);
+        speaker.ChatLines -= 1;
+        speaker.ChatBytes -= bytes;
+        Broadcast(line);
         return;
     }
     // The one game notice a player may send: its own disqualification, once. The page it names is
@@ -497,6 +532,15 @@ void Room::OnChat(const Incoming& in)
     if (notice.isEmpty()) return;
     speaker.NoticeFor.clear();
     Broadcast(notice);
+}
+
+void Room::ChatNote(Player& player, const QString& why)
+{
+    const qint64 now = m_clock();
+    if (player.ChatNoteMs >= 0 && now - player.ChatNoteMs < 1000) return;
+    player.ChatNoteMs = now;
+    SendTo(player, msg::Chat(msg::GameSpeaker, why));
+    LogLimited(u"chat from \"%1\" not relayed: %2"_s.arg(player.Name, why));
 }
 
 void Room::OnTime(const Incoming& in)
@@ -540,9 +584,13 @@ void Room::OnSetWords(const Incoming& in)
         why = u"The initial and the destination article must differ."_s;
     } else if (initial.size() > kMaxWordLength || destination.size() > kMaxWordLength) {
         why = u"Article titles are at most %1 characters long."_s.arg(kMaxWordLength);
-    } else if (IsForbiddenTitle(initial) || IsForbiddenTitle(destination)) {
-        why =
-            u"\"%1\" is a page no round may visit."_s.arg(IsForbiddenTitle(initial) ? initial : destination);
+    } else if (const QString problem = WordProblem(QString(initial + destination)); !problem.isEmpty()) {
+        why = u"Article titles cannot hold control or invisible characters, nor spaces other than the "
+              u"ordinary one."_s;
+    } else if (IsForbiddenTitle(initial) || IsForbiddenTitle(destination) ||
+               IsForbiddenWord(ArticleWord(initial)) || IsForbiddenWord(ArticleWord(destination))) {
+        const bool first = IsForbiddenTitle(initial) || IsForbiddenWord(ArticleWord(initial));
+        why = u"\"%1\" is a page no round may visit."_s.arg(first ? initial : destination);
     } else if (initial.contains(u'=') || destination.contains(u'=')) {
         // A word holding "=" could hold another word's key, and the players would read other words.
         why = u"Titles with \"=\" cannot be sent to the players."_s;
@@ -701,24 +749,35 @@ void Room::SendTo(const Player& player, const QString& text)
 void Room::Broadcast(const QString& text, quint64 except)
 {
     RefillBudget();
+    const double bytes = double(ToWire(text).size());
     for (const Player& player : std::as_const(m_players)) {
         if (player.Id == except) continue;
         m_output.Send(text, player.Where);
         m_budget -= 1;
+        m_byteBudget -= bytes;
     }
 }
 
 void Room::RefillBudget()
 {
     const qint64 now = m_clock();
-    // Room for a score and a ping to everyone, or a tenth of a second's worth, whichever is more.
+    // Room for a score and a ping to everyone, or a tenth of a second's worth, whichever is more;
+    // in bytes, room for the longest chat line to everyone.
     const double capacity = std::max(m_config.FanOutRate / 10, 2.0 * double(m_players.size()));
+    const double byteCapacity =
+        std::max(m_config.FanOutByteRate / 10, double(m_players.size()) * m_config.MaxDatagram);
     // What went out beyond the budget delays the merged updates, by a tenth of a second's worth at
     // most: a burst of joins must not hold back the scores for long.
-    m_budget = std::max(m_budget, -capacity);
-    m_budget = std::min(capacity, m_budget + double(std::max<qint64>(0, now - m_budgetMs)) *
-                                                 m_config.FanOutRate / 1000);
+    const double seconds = double(std::max<qint64>(0, now - m_budgetMs)) / 1000;
+    m_budget = std::min(capacity, std::max(m_budget, -capacity) + seconds * m_config.FanOutRate);
+    m_byteBudget =
+        std::min(byteCapacity, std::max(m_byteBudget, -byteCapacity) + seconds * m_config.FanOutByteRate);
     m_budgetMs = std::max(m_budgetMs, now);
+}
+
+bool Room::BudgetAllows(double datagrams, double bytes) const
+{
+    return m_budget >= datagrams && m_byteBudget >= bytes;
 }
 
 void Room::ScoreChanged(Player& player)
@@ -727,7 +786,8 @@ void Room::ScoreChanged(Player& player)
     const QString score = ScoreOf(player);
     SendTo(player, score);
     RefillBudget();
-    if (m_fanOut.empty() && m_budget >= double(m_players.size() - 1)) {
+    const double others = double(m_players.size() - 1);
+    if (m_fanOut.empty() && BudgetAllows(others, others * double(score.size()))) {
         player.ScoreDirty = false;
         Broadcast(score, player.Id);
         return;
@@ -741,7 +801,8 @@ void Room::PingChanged(Player& player)
     const QString ping = msg::PingIs(player.Name, player.Ping);
     SendTo(player, ping);
     RefillBudget();
-    if (m_fanOut.empty() && m_budget >= double(m_players.size() - 1)) {
+    const double others = double(m_players.size() - 1);
+    if (m_fanOut.empty() && BudgetAllows(others, others * double(ping.size()))) {
         player.PingDirty = false;
         Broadcast(ping, player.Id);
         return;
@@ -760,7 +821,8 @@ void Room::FlushFanOut()
             continue;
         }
         const double cost = double(m_players.size() - 1) * (int(it->ScoreDirty) + int(it->PingDirty));
-        if (m_budget < cost) return;
+        // A score or a ping is under a hundred bytes, and the name in it at most a few hundred.
+        if (!BudgetAllows(cost, cost * double(100 + 4 * it->Name.size()))) return;
         m_fanOut.pop_front();
         // The player itself was told at once; the merged update goes to the others.
         if (it->ScoreDirty) Broadcast(ScoreOf(*it), it->Id);

@@ -59,6 +59,12 @@ struct Player
     bool Racing = false;  // entered and not disqualified
     QString NoticeFor;    // the page of a disqualification whose game notice is still to come
     qint64 LastHeardMs = 0;
+    // What the player may still have relayed in chat now: lines, bytes; and when it was told it
+    // may not, so that it is told once a while and not on every line.
+    double ChatLines = 0;
+    double ChatBytes = 0;
+    qint64 ChatMs = 0;
+    qint64 ChatNoteMs = -1;
     bool ScoreDirty = false; // the others have not yet been told this player's score
     bool PingDirty = false;  // nor this player's ping
 };
@@ -164,6 +170,9 @@ private:
     void SendTo(const Player& player, const QString& text);
     void Broadcast(const QString& text, quint64 except = 0);
     void RefillBudget();
+    bool BudgetAllows(double datagrams, double bytes) const;
+    // Tells a player once in a while why its chat line went nowhere.
+    void ChatNote(Player& player, const QString& why);
     // Tells everyone a player's score (or ping), at once while the budget allows, else the player
     // at once and the others when the merged update's turn comes.
     void ScoreChanged(Player& player);
@@ -204,6 +213,7 @@ private:
 
     std::deque<quint64> m_fanOut; // players with updates the others have not seen
     double m_budget = 0;
+    double m_byteBudget = 0;
     qint64 m_budgetMs = 0;
 
     quint64 m_dropped = 0;

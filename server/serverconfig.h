@@ -45,9 +45,16 @@ struct ServerConfig
     double FloodByteBurst = 128 * 1024;
     double StrangerRate = 5000; // datagrams per second from all addresses without a player together
 
+    // Chat lines one player may have relayed: a burst, then a steady rate, in lines and in bytes.
+    double ChatLineRate = 1;
+    double ChatLineBurst = 5;
+    double ChatByteRate = 2048;
+    double ChatByteBurst = 8192;
     // Score and ping updates about one player to the others are sent at once while the room stays
-    // under this many datagrams per second; above it they are merged and sent as budget allows.
+    // under this many datagrams (and bytes) per second; above it they are merged and sent as budget
+    // allows. Chat lines are relayed only while the budget has room for them.
     double FanOutRate = 20000;
+    double FanOutByteRate = 2 * 1024 * 1024;
     quint32 Seed = 0; // 0: seeded from the system's entropy
 };
 

@@ -138,4 +138,21 @@ bool IsReservedName(QStringView name)
     return false;
 }
 
+QString WordProblem(QStringView word)
+{
+    if (AnyCodePoint(word, IsInvisible)) return u"holds a control or invisible character"_s;
+    if (AnyCodePoint(word, IsOddSpace)) return u"holds a space other than the ordinary one"_s;
+    return {};
+}
+
+bool ChatForgesLines(QStringView text)
+{
+    return AnyCodePoint(text, [](char32_t c) {
+        const QChar::Category category = QChar::category(c);
+        return category == QChar::Other_Control || category == QChar::Separator_Line ||
+               category == QChar::Separator_Paragraph || (c >= 0x202A && c <= 0x202E) ||
+               (c >= 0x2066 && c <= 0x2069) || c == 0x061C || c == 0x200E || c == 0x200F;
+    });
+}
+
 } // namespace linkhop::server

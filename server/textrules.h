@@ -21,4 +21,12 @@ QString NameKey(QStringView name);
 // "Current Time" for the time), also followed by a colon, as a chat line shows a speaker.
 bool IsReservedName(QStringView name);
 
+// What is wrong with a round's word, in words for the chooser; empty text for a usable word: control,
+// format or invisible characters, spaces other than the ordinary one.
+QString WordProblem(QStringView word);
+
+// Whether relayed chat text holds characters that would let it pass for other lines: line breaks
+// and other control characters, line and paragraph separators, and direction overrides.
+bool ChatForgesLines(QStringView text);
+
 } // namespace linkhop::server

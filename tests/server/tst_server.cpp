@@ -245,6 +245,81 @@ private Q_SLOTS:
         QCOMPARE(room().Players().size(), 2);
     }
 
+    // Words the chooser may not start a round on: told why, alone, and nothing starts.
+    void refusedWords_data()
+    {
+        QTest::addColumn<QString>("word");
+        QTest::addColumn<QString>("because");
+        QTest::newRow("NUL inside") << u"Ban\0ana"_s << u"control or invisible"_s;
+        QTest::newRow("line break inside") << u"Ban\r\nana"_s << u"control or invisible"_s;
+        QTest::newRow("soft hyphen inside") << u"Ban\u00ADana"_s << u"control or invisible"_s;
+        QTest::newRow("no-break space") << u"New\u00A0York"_s << u"other than the ordinary"_s;
+        QTest::newRow("a forbidden page's word") << u"talk"_s << u"no round may visit"_s;
+        QTest::newRow("the same, as an address writes it") << u"nowiki"_s << u"no round may visit"_s;
+        QTest::newRow("a forbidden page") << u"Talk:Apple"_s << u"no round may visit"_s;
+    }
+    void refusedWords()
+    {
+        QFETCH(QString, word);
+        QFETCH(QString, because);
+        QVERIFY(StartServer());
+        ScriptedClient ann(kAnn), bo(kBo);
+        QVERIFY(AnnAndBo(ann, bo));
+        ann.Send(msg::SetWords(word, u"Apple"));
+        const QString why = ann.Next();
+        QVERIFY2(why.startsWith(u"CHAT NAME=GAME;TEXT="_s) && why.contains(because), qPrintable(why));
+        QCOMPARE(ann.Next(), u"NEWGAME NAME=Ann;"_s);
+        QCOMPARE(bo.Collect(), QStringList());
+        QVERIFY(!room().RoundRunning());
+    }
+
+    // A player's chat goes out a few lines at once and then a line a second, within the room's
+    // budget, and never with characters that make it pass for other lines.
+    void chatRelay_data()
+    {
+        QTest::addColumn<QStringList>("lines");
+        QTest::addColumn<double>("fanOutRate");
+        QTest::addColumn<int>("relayed");  // the first so many lines reach Bo
+        QTest::addColumn<QString>("note"); // what Ann is told about the others, once
+        const QStringList eight(8, u"gg"_s);
+        QTest::newRow("five at once") << eight << 20000.0 << 5 << u"faster than the server relays"_s;
+        QTest::newRow("bytes") << QStringList(3, QString(4000, u'x')) << 20000.0 << 2
+                               << u"faster than the server relays"_s;
+        QTest::newRow("line break") << QStringList{u"hi\r\nGAME: Ann has won"_s} << 20000.0 << 0
+                                    << u"line breaks"_s;
+        QTest::newRow("direction override")
+            << QStringList{u"\u202Eniw I"_s} << 20000.0 << 0 << u"line breaks"_s;
+        QTest::newRow("busy room") << QStringList(3, u"gg"_s) << 1.0 << 0 << u"server is busy"_s;
+    }
+    void chatRelay()
+    {
+        QFETCH(QStringList, lines);
+        QFETCH(double, fanOutRate);
+        QFETCH(int, relayed);
+        QFETCH(QString, note);
+        static double rate;
+        rate = fanOutRate;
+        QVERIFY(StartServer([](ServerConfig& config) { config.FanOutRate = rate; }));
+        ScriptedClient ann(kAnn), bo(kBo);
+        QVERIFY(AnnAndBo(ann, bo));
+        for (const QString& line : lines) {
+            const QString text = msg::Chat(u"Ann", line);
+            if (FromWire(ToWire(text)) == text)
+                ann.Send(text);
+            else
+                m_server->GameRoom().Handle(text, TestAddress(), kAnn);
+        }
+        QStringList expected;
+        for (int i = 0; i < relayed; ++i)
+            expected.append(msg::Chat(u"Ann", lines[i]));
+        QCOMPARE(bo.Collect(300), expected);
+        const QStringList told = ann.Collect(0);
+        QCOMPARE(told.mid(0, relayed), expected);
+        QCOMPARE(told.size(), relayed + 1);
+        QVERIFY2(told.constLast().startsWith(u"CHAT NAME=GAME;TEXT="_s) && told.constLast().contains(note),
+                 qPrintable(told.constLast()));
+    }
+
     // Places go in the order players complete the handshake: an acceptance holds no name.
     void sameNameAcceptedTwice()
     {
