@@ -97,6 +97,9 @@ private:
             if (fd >= 0) close(fd);
             return;
         }
+        // From one address the socket is connected: no route to look up for each datagram.
+        const bool connected =
+            sources <= 1 && ::connect(fd, reinterpret_cast<const sockaddr*>(&target), sizeof target) == 0;
         // Room for one source address per datagram, as ancillary data.
         constexpr size_t kControl = CMSG_SPACE(sizeof(in_pktinfo));
         std::vector<mmsghdr> messages(kBatch);
@@ -110,8 +113,8 @@ private:
             vectors[size_t(i)] = iovec{datagram.data(), size_t(datagram.size())};
             msghdr& h = messages[size_t(i)].msg_hdr;
             h = msghdr{};
-            h.msg_name = &target;
-            h.msg_namelen = sizeof target;
+            h.msg_name = connected ? nullptr : &target;
+            h.msg_namelen = connected ? 0 : sizeof target;
             h.msg_iov = &vectors[size_t(i)];
             h.msg_iovlen = 1;
             if (sources > 1) {
