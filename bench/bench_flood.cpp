@@ -401,17 +401,30 @@ JoinFigures JoinsUnderAttack(const QString& what, int kind)
         connectFrom(8, 8, u"sq"_s);
         nextSquat = NowNs() + 5000 * 1000000LL;
         break;
-    case 1: // 20,000 connections from fresh addresses, as fast as one thread sends them
-        flood = std::make_unique<FastFlooder>(ToWire(msg::Connect(ClientVersion, u"storm", u"40000")),
-                                              QHostAddress(kServer), kServerPort, QHostAddress(kSprayFirst),
-                                              20000, 60);
+    case 1: { // 20,000 connections under as many names from fresh addresses, as fast as one thread sends
+        QList<QByteArray> storm;
+        for (int i = 0; i < 20000; ++i)
+            storm.append(ToWire(msg::Connect(ClientVersion, u"storm%1"_s.arg(i), u"40000")));
+        flood = std::make_unique<FastFlooder>(storm, QHostAddress(kServer), kServerPort,
+                                              QHostAddress(kSprayFirst), 20000, 60);
         while (flood->Sent() < 20000)
             QThread::usleep(100);
         flood->Stop();
         f.extra = u"storm: %1 connections in %2 s"_s.arg(flood->Sent()).arg(flood->Seconds(), 0, 'f', 2);
         break;
-    case 2: // password prompts from 130 addresses x 8 ports
-        connectFrom(130, 8, u"prompt"_s);
+    }
+    case 2: // password prompts from 130 addresses x 8 ports, each port let go at once
+        for (quint32 a = 0; a < 130; ++a) {
+            for (int k = 0; k < 8; ++k) {
+                const int fd = OpenSocket(Ip(127, 68, 4, 1 + a));
+                const QByteArray bytes = ToWire(msg::Connect(
+                    ClientVersion, u"prompt%1"_s.arg(a * 8 + quint32(k)), QString::number(LocalPort(fd))));
+                const sockaddr_in to = Address(kServer, kServerPort);
+                sendto(fd, bytes.constData(), size_t(bytes.size()), 0, reinterpret_cast<const sockaddr*>(&to),
+                       sizeof to);
+                close(fd);
+            }
+        }
         break;
     case 3: // wrong passwords from 64 addresses, as fast as one thread sends them
         flood = std::make_unique<FastFlooder>(

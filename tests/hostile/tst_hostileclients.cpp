@@ -259,7 +259,7 @@ private Q_SLOTS:
         GameServer server(config);
         QVERIFY(WaitUntil([&] { return server.Start(TestAddress()); }));
 
-        // Squatters and prompt collectors: plain sockets, each announcing ports it never listens on.
+        // Squatters: plain sockets, each announcing ports it never listens on.
         std::list<QUdpSocket> strangers;
         QTimer again;
         const auto connectFrom = [&](int addresses, int ports, const QString& prefix) {
@@ -287,13 +287,26 @@ private Q_SLOTS:
             connectFrom(8, 8, u"sq"_s);
             again.start(200);
             break;
-        case Attack::ConnectStorm:
-            flood = std::make_unique<FastFlooder>(ToWire(msg::Connect(ClientVersion, u"storm", u"40000")),
-                                                  TestAddress(), kServerPort, SprayFirst(), 20000, 0.6);
+        case Attack::ConnectStorm: {
+            QList<QByteArray> storm;
+            for (int i = 0; i < 20000; ++i)
+                storm.append(ToWire(msg::Connect(ClientVersion, u"storm%1"_s.arg(i), u"40000")));
+            flood =
+                std::make_unique<FastFlooder>(storm, TestAddress(), kServerPort, SprayFirst(), 20000, 0.6);
             WaitUntil([&] { return flood->Seconds() >= 0.6 && flood->Sent() >= 20000; }, 5000);
             break;
+        }
         case Attack::PasswordlessStorm:
-            connectFrom(130, 8, u"prompt"_s);
+            // Each from a port of its own, which it lets go at once.
+            for (int a = 0; a < 130; ++a) {
+                for (int k = 0; k < 8; ++k) {
+                    QUdpSocket socket;
+                    QVERIFY(socket.bind(At(127, 204, 0, quint32(a + 1)), 0));
+                    socket.writeDatagram(ToWire(msg::Connect(ClientVersion, u"prompt%1"_s.arg(a * 8 + k),
+                                                             QString::number(socket.localPort()))),
+                                         TestAddress(), kServerPort);
+                }
+            }
             break;
         case Attack::PasswordStorm:
             flood = std::make_unique<FastFlooder>(

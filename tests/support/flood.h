@@ -61,15 +61,20 @@ inline QHostAddress SprayFirst()
     return QHostAddress(QStringLiteral("127.98.0.1"));
 }
 
-// Sends one datagram over and over to `to`:`port` as fast as one thread can, 64 at a time, until
+// Sends `datagrams` round robin to `to`:`port` as fast as one thread can, 64 at a time, until
 // Stop() or `maxSeconds`: from `from`, or, with `sources` > 1, each datagram from the next of that
 // many consecutive IPv4 addresses starting at `from` (all of 127.0.0.0/8 is this machine's).
 class FastFlooder final
 {
 public:
-    FastFlooder(QByteArray datagram, QHostAddress to, quint16 port, QHostAddress from, quint32 sources = 1,
-                double maxSeconds = 10)
-        : m_thread([=, this] { Run(datagram, to, port, from, sources, maxSeconds); })
+    FastFlooder(QList<QByteArray> datagrams, QHostAddress to, quint16 port, QHostAddress from,
+                quint32 sources = 1, double maxSeconds = 10)
+        : m_thread([=, this] { Run(datagrams, to, port, from, sources, maxSeconds); })
+    {
+    }
+    FastFlooder(const QByteArray& datagram, QHostAddress to, quint16 port, QHostAddress from,
+                quint32 sources = 1, double maxSeconds = 10)
+        : FastFlooder(QList<QByteArray>{datagram}, to, port, from, sources, maxSeconds)
     {
     }
     ~FastFlooder() { Stop(); }
@@ -81,10 +86,11 @@ public:
     double Seconds() const { return m_seconds; }
 
 private:
-    void Run(QByteArray datagram, QHostAddress to, quint16 port, QHostAddress from, quint32 sources,
+    void Run(QList<QByteArray> datagrams, QHostAddress to, quint16 port, QHostAddress from, quint32 sources,
              double maxSeconds)
     {
         constexpr int kBatch = 64;
+        if (datagrams.isEmpty()) return;
         const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
         sockaddr_in local{};
         local.sin_family = AF_INET;
@@ -110,7 +116,7 @@ private:
                 CMSG_DATA(reinterpret_cast<cmsghdr*>(&controls[size_t(i) * kControl])));
         };
         for (int i = 0; i < kBatch; ++i) {
-            vectors[size_t(i)] = iovec{datagram.data(), size_t(datagram.size())};
+            vectors[size_t(i)] = iovec{datagrams[0].data(), size_t(datagrams[0].size())};
             msghdr& h = messages[size_t(i)].msg_hdr;
             h = msghdr{};
             h.msg_name = connected ? nullptr : &target;
@@ -130,9 +136,11 @@ private:
         const quint32 first = from.toIPv4Address();
         quint32 next = 0;
         while (!m_stop) {
-            if (sources > 1)
-                for (int i = 0; i < kBatch; ++i)
-                    info(i)->ipi_spec_dst.s_addr = htonl(first + (next++ % sources));
+            for (int i = 0; i < kBatch && (sources > 1 || datagrams.size() > 1); ++i, ++next) {
+                if (sources > 1) info(i)->ipi_spec_dst.s_addr = htonl(first + next % sources);
+                QByteArray& datagram = datagrams[qsizetype(next % quint32(datagrams.size()))];
+                vectors[size_t(i)] = iovec{datagram.data(), size_t(datagram.size())};
+            }
             const int sent = sendmmsg(fd, messages.data(), kBatch, 0);
             if (sent > 0) m_sent += quint64(sent);
             const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - start;
