@@ -174,7 +174,8 @@ void FloodGate::Refuse(Entry& e, qint64 nowMs)
         e.windowMs = nowMs;
         e.windowRefused = 0;
     }
-    if (++e.windowRefused == quint32(m_limits.BlockAfter) && !e.candidate) {
+    // A player's address is only ever limited: whoever spoofs it must not get it blocked for longer.
+    if (++e.windowRefused == quint32(m_limits.BlockAfter) && !e.candidate && e.pins == 0) {
         e.candidate = true;
         m_candidates.push_back(size_t(&e - m_entries.data()));
     }

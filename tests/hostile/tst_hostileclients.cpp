@@ -241,6 +241,26 @@ private Q_SLOTS:
         if (spray == 0) QCOMPARE_GE(statuses, kRounds * 9 / 10);
     }
 
+    // A flood from a player's address, spoofed or not, is limited but never blocked: the player is
+    // answered again as soon as it stops.
+    void playerAddressNeverBlocked()
+    {
+        ServerConfig config;
+        config.Articles = {u"Apple"_s};
+        GameServer server(config);
+        QVERIFY(WaitUntil([&] { return server.Start(TestAddress()); }));
+        ScriptedClient victim(kAnn, FloodMachine());
+        QVERIFY(victim.Join(u"Vic"_s).constLast().startsWith(u"PLAYERLIST"_s));
+        FastFlooder flood(QByteArray(), TestAddress(), kServerPort, FloodMachine(), 1, 5);
+        QVERIFY(WaitUntil([&] { return flood.Sent() > 20000; }));
+        flood.Stop();
+        WaitUntil([] { return false; }, 50);
+        victim.Skip();
+        victim.Send(msg::PingMe(victim.PortText()));
+        QVERIFY(!victim.NextWithVerb(u"PING"_s, 500).isEmpty());
+        QCOMPARE(server.Blocks(), 0u);
+    }
+
     void joinsUnderAttack_data()
     {
         QTest::addColumn<Attack>("attack");
