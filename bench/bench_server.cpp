@@ -9,6 +9,7 @@
 //
 // Usage: bench_server [seconds per run, default 10]
 // The server address is LINKHOP_TEST_ADDRESS (default 127.0.0.1), port 7200.
+#include "benchsupport.h"
 #include "core/localport.h"
 #include "core/messages.h"
 #include "core/version.h"
@@ -37,111 +38,9 @@
 using namespace Qt::Literals::StringLiterals;
 using namespace linkhop;
 using namespace linkhop::server;
+using namespace linkhop::bench;
 
 namespace {
-
-qint64 NowNs()
-{
-    timespec t{};
-    clock_gettime(CLOCK_MONOTONIC, &t);
-    return qint64(t.tv_sec) * 1000000000 + t.tv_nsec;
-}
-
-double ThreadCpuSeconds()
-{
-    rusage usage{};
-    getrusage(RUSAGE_THREAD, &usage);
-    return double(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) +
-           double(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
-}
-
-struct Percentiles
-{
-    double median = 0;
-    double p99 = 0;
-    size_t count = 0;
-};
-
-Percentiles Summarise(std::vector<double> samples)
-{
-    Percentiles p;
-    p.count = samples.size();
-    if (samples.empty()) return p;
-    std::sort(samples.begin(), samples.end());
-    p.median = samples[samples.size() / 2];
-    p.p99 = samples[std::min(samples.size() - 1, size_t(double(samples.size()) * 0.99))];
-    return p;
-}
-
-sockaddr_in Address(quint32 ip, quint16 port)
-{
-    sockaddr_in a{};
-    a.sin_family = AF_INET;
-    a.sin_addr.s_addr = htonl(ip);
-    a.sin_port = htons(port);
-    return a;
-}
-
-int OpenSocket(quint32 ip, bool blocking = false)
-{
-    const int fd = socket(AF_INET, SOCK_DGRAM | (blocking ? 0 : SOCK_NONBLOCK) | SOCK_CLOEXEC, 0);
-    const int buffer = 1 << 20;
-    setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &buffer, sizeof buffer);
-    const sockaddr_in local = Address(ip, 0);
-    if (bind(fd, reinterpret_cast<const sockaddr*>(&local), sizeof local) != 0) {
-        std::perror("bind");
-        std::exit(1);
-    }
-    return fd;
-}
-
-quint16 LocalPort(int fd)
-{
-    sockaddr_in a{};
-    socklen_t length = sizeof a;
-    getsockname(fd, reinterpret_cast<sockaddr*>(&a), &length);
-    return ntohs(a.sin_port);
-}
-
-// --- the floor: a bare UDP echo over loopback -----------------------------------------------------
-
-// Both ends sleep until their datagram arrives, as the server and the players do.
-Percentiles EchoFloor(quint32 serverIp, int rounds)
-{
-    const int echo = OpenSocket(serverIp, true);
-    const timeval wake{0, 100000};
-    setsockopt(echo, SOL_SOCKET, SO_RCVTIMEO, &wake, sizeof wake);
-    const quint16 echoPort = LocalPort(echo);
-    std::atomic<bool> stop{false};
-    std::thread echoer([&] {
-        char buffer[2048];
-        while (!stop.load()) {
-            sockaddr_in from{};
-            socklen_t length = sizeof from;
-            const ssize_t n =
-                recvfrom(echo, buffer, sizeof buffer, 0, reinterpret_cast<sockaddr*>(&from), &length);
-            if (n >= 0) sendto(echo, buffer, size_t(n), 0, reinterpret_cast<sockaddr*>(&from), length);
-        }
-    });
-    const int client = OpenSocket((127u << 24) | (77u << 16) | 1u);
-    const sockaddr_in to = Address(serverIp, echoPort);
-    const QByteArray message = ToWire(msg::Navigate(u"P0001", u"Some article title"));
-    std::vector<double> samples;
-    char buffer[2048];
-    for (int i = 0; i < rounds; ++i) {
-        const qint64 start = NowNs();
-        sendto(client, message.constData(), size_t(message.size()), 0, reinterpret_cast<const sockaddr*>(&to),
-               sizeof to);
-        pollfd wait{client, POLLIN, 0};
-        if (poll(&wait, 1, 1000) == 1 && recv(client, buffer, sizeof buffer, 0) > 0)
-            samples.push_back(double(NowNs() - start) / 1e6);
-    }
-    stop = true;
-    echoer.join();
-    close(echo);
-    close(client);
-    return Summarise(samples);
-}
 
 // --- the server in its own thread -----------------------------------------------------------------
 

@@ -1,5 +1,8 @@
 #include "gameserver.h"
 
+#include "core/wire.h"
+
+#include <QLocale>
 #include <algorithm>
 
 using namespace Qt::Literals::StringLiterals;
@@ -9,14 +12,26 @@ namespace linkhop::server {
 namespace {
 // Merged updates wait at most this long for the next chance to go out.
 constexpr int kFlushMs = 20;
+// What the limits refused is told in the log once in this while, not datagram by datagram.
+constexpr int kReportMs = 10000;
+
+FloodLimits LimitsOf(const ServerConfig& config)
+{
+    FloodLimits limits;
+    limits.Rate = config.FloodRate;
+    limits.Burst = config.FloodBurst;
+    limits.ByteRate = config.FloodByteRate;
+    limits.ByteBurst = config.FloodByteBurst;
+    limits.StrangerRate = config.StrangerRate;
+    return limits;
+}
 } // namespace
 
 GameServer::GameServer(ServerConfig config, QObject* parent)
-    : QObject(parent), m_room(std::move(config), *this)
+    : QObject(parent), m_socket(LimitsOf(config), config.MaxDatagram), m_room(std::move(config), *this)
 {
-    connect(&m_endpoint, &UdpEndpoint::DataArrival, this, &GameServer::Received);
-    connect(&m_endpoint, &UdpEndpoint::Error, this,
-            [this](int, const QString&) { m_failures.fetch_add(1, std::memory_order_relaxed); });
+    connect(&m_socket, &ServerSocket::Arrived, this, &GameServer::Received);
+    connect(&m_socket, &ServerSocket::Event, this, &GameServer::Event);
     // Often enough that a silent player goes within a tenth of the silence allowed.
     m_housekeeping.setInterval(int(std::clamp<qint64>(m_room.Config().SilenceMs / 10, 10, 1000)));
     connect(&m_housekeeping, &QTimer::timeout, this, [this] { m_room.Tick(); });
@@ -25,14 +40,17 @@ GameServer::GameServer(ServerConfig config, QObject* parent)
         m_room.Tick();
         if (!m_room.HasPendingFanOut()) m_flush.stop();
     });
+    m_report.setInterval(kReportMs);
+    connect(&m_report, &QTimer::timeout, this, &GameServer::Report);
 }
 
 GameServer::~GameServer() = default;
 
 bool GameServer::Start(const QHostAddress& address, quint16 port)
 {
-    if (!m_endpoint.Bind(QString::number(port), address)) return false;
+    if (!m_socket.Bind(address, port)) return false;
     m_housekeeping.start();
+    m_report.start();
     return true;
 }
 
@@ -41,7 +59,9 @@ void GameServer::Shutdown()
     m_room.DisconnectAll();
     m_housekeeping.stop();
     m_flush.stop();
-    m_endpoint.Close();
+    m_report.stop();
+    Report();
+    m_socket.Close();
 }
 
 void GameServer::Received(const QString& text, const QHostAddress& sender, quint16 port)
@@ -53,13 +73,39 @@ void GameServer::Received(const QString& text, const QHostAddress& sender, quint
 
 void GameServer::Send(const QString& text, const Endpoint& to)
 {
-    m_out.fetch_add(1, std::memory_order_relaxed);
-    m_endpoint.SendTo(text, to.Address, to.Port);
+    const QByteArray bytes = ToWire(text);
+    switch (m_socket.SendTo(bytes, to.Address, to.Port)) {
+    case ServerSocket::Sent::Ok:
+        m_out.fetch_add(1, std::memory_order_relaxed);
+        m_bytesOut.fetch_add(quint64(bytes.size()), std::memory_order_relaxed);
+        break;
+    case ServerSocket::Sent::Own:
+        ++m_own;
+        break;
+    case ServerSocket::Sent::Failed:
+        m_failures.fetch_add(1, std::memory_order_relaxed);
+        break;
+    }
 }
 
 void GameServer::Event(const QString& line)
 {
     Q_EMIT EventLogged(line);
+}
+
+void GameServer::Seated(const Endpoint& where, bool present)
+{
+    m_socket.PlayerAt(where.Address, present);
+}
+
+void GameServer::Report()
+{
+    for (const QString& line : m_socket.TakeReport())
+        Event(line);
+    if (m_own > 0)
+        Event(u"did not answer %1 times: the answer would have gone to the server's own endpoint"_s.arg(
+            QLocale::c().toString(m_own)));
+    m_own = 0;
 }
 
 } // namespace linkhop::server

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "core/localport.h"
-#include "core/udpendpoint.h"
 #include "room.h"
+#include "serversocket.h"
 
 #include <QObject>
 #include <QTimer>
@@ -10,8 +10,8 @@
 
 namespace linkhop::server {
 
-// A room on a socket: binds the server port, feeds every datagram to the room, sends what it
-// says, and keeps its clock ticking.
+// A room on a socket: binds the server port, feeds every datagram that passes the limits to the
+// room, sends what it says, and keeps its clock ticking.
 class GameServer final : public QObject, private RoomOutput
 {
     Q_OBJECT
@@ -29,8 +29,14 @@ public:
     Room& GameRoom() { return m_room; }
     const Room& GameRoom() const { return m_room; }
 
-    quint64 DatagramsIn() const { return m_in.load(std::memory_order_relaxed); }
+    // Read by benchmarks from another thread.
+    quint64 DatagramsIn() const { return m_in.load(std::memory_order_relaxed); } // handed to the room
+    quint64 DatagramsRead() const { return m_socket.Received(); }
+    quint64 DatagramsRefused() const { return m_socket.Refused(); }
+    quint64 Blocks() const { return m_socket.Blocks(); }
+    quint64 KernelDrops() const { return m_socket.KernelDrops(); }
     quint64 DatagramsOut() const { return m_out.load(std::memory_order_relaxed); }
+    quint64 BytesOut() const { return m_bytesOut.load(std::memory_order_relaxed); }
     quint64 SendFailures() const { return m_failures.load(std::memory_order_relaxed); }
 
 Q_SIGNALS:
@@ -39,15 +45,19 @@ Q_SIGNALS:
 private:
     void Send(const QString& text, const Endpoint& to) override;
     void Event(const QString& line) override;
+    void Seated(const Endpoint& where, bool present) override;
     void Received(const QString& text, const QHostAddress& sender, quint16 port);
+    void Report();
 
-    UdpEndpoint m_endpoint;
+    ServerSocket m_socket;
     Room m_room;
     QTimer m_housekeeping;
     QTimer m_flush;
-    // Read by benchmarks from another thread.
+    QTimer m_report;
+    quint64 m_own = 0;
     std::atomic<quint64> m_in{0};
     std::atomic<quint64> m_out{0};
+    std::atomic<quint64> m_bytesOut{0};
     std::atomic<quint64> m_failures{0};
 };
 

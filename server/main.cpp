@@ -37,8 +37,20 @@ int main(int argc, char** argv)
 
     QCommandLineParser parser;
     parser.setApplicationDescription(
-        u"The Linkhop game server: UDP port 7200, settings from the option files "
-        "in its own folder."_s);
+        u"The Linkhop game server: UDP port 7200, settings from the option files in its own folder.\n"
+        "\n"
+        "Limits it keeps on the open Internet (docs/server.md has them all):\n"
+        "  - each address: 200 datagrams and 64 KiB a second (bursts of 200 and 128 KiB); an address\n"
+        "    refused 500 times within a second is blocked in the kernel, 1 s at first, up to 64 s;\n"
+        "  - addresses without a player: 5,000 datagrams a second together;\n"
+        "  - joins: 8 players and 4 unanswered acceptances an address, which expire after 5 s;\n"
+        "    a room is full at 1,000 players or when its player list would outgrow a datagram;\n"
+        "  - passwords: 3 wrong guesses an address, then one after 1 s, 2 s, 4 s ... up to 60 s;\n"
+        "  - chat: 5 lines at once, then 1 a second and 2 KiB a second a player, within the room's\n"
+        "    20,000 datagrams and 2 MiB a second.\n"
+        "Refusal codes: -10 name in use or reading as one in use, -11 name banned or reserved,\n"
+        "-20 address already playing, -21 address banned, -100 wrong password, -1 anything else\n"
+        "(unusable name, room full, password guessed too often)."_s);
     parser.addHelpOption();
     parser.addVersionOption();
     const QCommandLineOption bindOption(u"bind"_s, u"Listen on ADDRESS only (default: every IPv4 address)."_s,

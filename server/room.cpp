@@ -4,6 +4,7 @@
 #include "core/messages.h"
 #include "core/version.h"
 #include "core/wire.h"
+#include "textrules.h"
 
 #include <QDateTime>
 #include <QElapsedTimer>
@@ -24,17 +25,56 @@ constexpr QStringView kForbiddenWords[] = {u"list",   u"history", u"edit",    u"
                                            u"wiki",   u"help",    u"special", u"user", u"portal",
                                            u"search", u"number",  u"nowiki"};
 
-// Chat speakers the clients give a meaning of their own; no player may take these names.
-constexpr QStringView kReservedNames[] = {u"game", u"current time"};
-
 constexpr qsizetype kMaxWordLength = 255;
-constexpr qsizetype kMaxAwaitingPassword = 1024;
 constexpr qint64 kMaxPingMs = 60000;
+// The longest datagram IPv4 carries: "PLAYERLIST" must fit in one, or it never arrives.
+constexpr qsizetype kMaxPayload = 65507;
+// Addresses whose wrong passwords are remembered; and for how long after the last one.
+constexpr qsizetype kMaxGuessers = 4096;
+constexpr qint64 kGuessesForgottenMs = 10 * 60 * 1000;
+// Log lines that strangers can cause: this many at once, then this many a second.
+constexpr double kLogBurst = 50;
+constexpr double kLogRate = 5;
+constexpr qint64 kLogSummaryMs = 10000;
+
+qsizetype Digits(qsizetype n)
+{
+    qsizetype digits = 1;
+    for (; n >= 10; n /= 10)
+        ++digits;
+    return digits;
+}
+
+// Bytes of "PLAYERLIST COUNT=n;P1=...;...Pn=...;" for n players whose names take `nameBytes`.
+qsizetype PlayerListBytes(qsizetype n, qsizetype nameBytes)
+{
+    qsizetype bytes = verb::PLAYERLIST.size() + 8 + Digits(n) + nameBytes; // " COUNT=" n ";"
+    for (qsizetype from = 1, digits = 1; from <= n; from *= 10, ++digits)
+        bytes += (std::min(n, from * 10 - 1) - from + 1) * (3 + digits); // "P" i "=" ";"
+    return bytes;
+}
+
+// Compares without returning early, so that the time taken does not tell how much was right.
+bool SameSecret(QStringView a, QStringView b)
+{
+    char16_t differ = a.size() == b.size() ? 0 : 1;
+    for (qsizetype i = 0; i < a.size(); ++i)
+        differ |= char16_t(a[i].unicode() ^ b[i % std::max<qsizetype>(1, b.size())].unicode());
+    return differ == 0 && !b.isEmpty();
+}
 
 bool IsForbiddenWord(QStringView word)
 {
     return std::find(std::begin(kForbiddenWords), std::end(kForbiddenWords), word) !=
            std::end(kForbiddenWords);
+}
+
+// A title as a client would report it: "_" for a space, as the address writes it, is a space.
+QString ArticleWord(QStringView title)
+{
+    QString word = title.trimmed().toString();
+    word.replace(u'_', u' ');
+    return word;
 }
 
 // Titles name the same article when they differ only in letter case or "_" for a space.
@@ -102,13 +142,16 @@ const Room::Route Room::kRoutes[] = {
 };
 
 Room::Room(ServerConfig config, RoomOutput& output, Clock clock)
-    : m_config(std::move(config)), m_output(output), m_clock(clock ? std::move(clock) : SteadyClock()),
-      m_flood(m_config.FloodRate, m_config.FloodBurst)
+    : m_config(std::move(config)), m_output(output), m_clock(clock ? std::move(clock) : SteadyClock())
 {
     if (m_config.Articles.isEmpty()) m_config.Articles = FallbackArticles();
     m_random.seed(m_config.Seed != 0 ? m_config.Seed : std::random_device{}());
-    m_budgetMs = m_clock();
+    m_budgetMs = m_logMs = m_lastSummaryMs = m_clock();
     m_budget = std::max(m_config.FanOutRate / 10, 1.0);
+    m_byteBudget = std::max(m_config.FanOutByteRate / 10, double(m_config.MaxDatagram));
+    m_logTokens = kLogBurst;
+    for (const QString& banned : std::as_const(m_config.BannedNames))
+        m_bannedKeys.insert(NameKey(banned));
 }
 
 // --- entry points -------------------------------------------------------------------------------
@@ -117,7 +160,7 @@ void Room::Handle(const QString& text, const QHostAddress& address, quint16 port
 {
     const qint64 now = m_clock();
     const Endpoint from{Plain(address), port};
-    if (text.size() > m_config.MaxDatagram || !m_flood.Admit(from.Address, now)) {
+    if (text.size() > m_config.MaxDatagram) {
         ++m_dropped;
         return;
     }
@@ -143,19 +186,24 @@ void Room::Handle(const QString& text, const QHostAddress& address, quint16 port
 void Room::Tick()
 {
     const qint64 now = m_clock();
-    m_pending.removeIf(
-        [&](const QHash<Endpoint, Pending>::iterator& it) { return now - it->sinceMs > m_config.PendingMs; });
-    m_awaitingPassword.removeIf([&](const QHash<Endpoint, AwaitingPassword>::iterator& it) {
-        return now - it->sinceMs > m_config.PasswordWaitMs;
-    });
+    while (!m_pendingOrder.isEmpty()) {
+        const auto oldest = m_pending.constFind(m_pendingOrder.first());
+        if (now - oldest->sinceMs <= m_config.PendingMs) break;
+        RemovePending(oldest.key());
+    }
     QList<quint64> silent;
     for (const Player& player : std::as_const(m_players))
         if (now - player.LastHeardMs > m_config.SilenceMs) silent.append(player.Id);
     for (quint64 id : silent)
         if (m_players.contains(id)) RemovePlayer(id, Exit::Drop);
-    if (now - m_lastPruneMs > 10000) {
-        m_flood.Prune(now);
-        m_lastPruneMs = now;
+    if (now - m_lastSummaryMs >= kLogSummaryMs) {
+        m_lastSummaryMs = now;
+        m_guesses.removeIf([&](const QHash<QHostAddress, Guesses>::iterator& it) {
+            return now - it->lastMs > kGuessesForgottenMs;
+        });
+        if (m_logSkipped > 0)
+            Log(u"... and %1 more refusals not logged one by one"_s.arg(QLocale::c().toString(m_logSkipped)));
+        m_logSkipped = 0;
     }
     FlushFanOut();
 }
@@ -165,11 +213,16 @@ void Room::DisconnectAll()
     for (const Player& player : std::as_const(m_players))
         SendTo(player, msg::Disconnected());
     if (!m_players.isEmpty()) Log(u"shutdown: disconnected %1 players"_s.arg(m_players.size()));
+    for (const Player& player : std::as_const(m_players))
+        m_output.Seated(player.Where, false);
     m_players.clear();
     m_byEndpoint.clear();
     m_byName.clear();
+    m_playersAt.clear();
+    m_nameBytes = 0;
     m_pending.clear();
-    m_awaitingPassword.clear();
+    m_pendingOrder.clear();
+    m_pendingAt.clear();
     m_fanOut.clear();
     m_chooser = 0;
     m_pathFrom = 0;
@@ -181,92 +234,129 @@ void Room::DisconnectAll()
 
 void Room::OnConnect(const Incoming& in)
 {
-    // The first form announces the port for replies; the password form has none, so its replies
-    // go where the first form's went, which is also where this datagram came from.
+    // The first form announces the port for replies; the password form has none, and a client
+    // sends it from that port, so its replies go where it came from.
     Endpoint replyTo = in.from;
     const QString portText = GetParam(in.text, u"PORT");
     if (!portText.isEmpty()) {
         replyTo.Port = PortNumber(portText);
     } else if (in.text.contains(u"PORT=")) {
         throw Fault{"empty PORT"};
-    } else if (const auto it = m_awaitingPassword.constFind(in.from); it != m_awaitingPassword.cend()) {
-        replyTo.Port = it->port;
     }
 
     const QString name = GetParam(in.text, u"NAME");
     if (GetParam(in.text, u"VER") != ClientVersion) {
         m_output.Send(msg::ConnectRejectVersion(ClientVersion), replyTo);
-        Log(u"refuse \"%1\" from %2: version \"%3\""_s.arg(name, replyTo.ToString(),
-                                                           GetParam(in.text, u"VER")));
+        LogLimited(u"refuse \"%1\" from %2: version \"%3\""_s.arg(name, replyTo.ToString(),
+                                                                  GetParam(in.text, u"VER")));
         return;
     }
-    const bool badCharacters = std::any_of(name.cbegin(), name.cend(), [](QChar c) {
-        return c == u'=' || c.category() == QChar::Other_Control;
-    });
-    if (name.trimmed().isEmpty() || badCharacters || name.size() > m_config.MaxNameLength)
-        return Refuse(replyTo, name, u"-1", u"unusable name");
+    if (const QString why = NameProblem(name, m_config.MaxNameLength); !why.isEmpty())
+        return Refuse(replyTo, name, u"-1", QString(u"unusable name: "_s + why));
     for (const auto& [subnet, prefix] : m_config.BannedSubnets)
         if (replyTo.Address.isInSubnet(subnet, prefix))
             return Refuse(replyTo, name, u"-21", u"address banned");
-    const QString lower = name.toLower();
-    const bool banned =
-        std::any_of(m_config.BannedNames.cbegin(), m_config.BannedNames.cend(),
-                    [&](const QString& b) { return b.toLower() == lower; }) ||
-        std::find(std::begin(kReservedNames), std::end(kReservedNames), lower) != std::end(kReservedNames);
-    if (banned) return Refuse(replyTo, name, u"-11", u"name banned");
-    if (m_byEndpoint.contains(replyTo))
-        return Refuse(replyTo, name, u"-20", u"address and port already playing");
-    // One machine holds only so many places: a storm of connections from one address must not
-    // fill the room, its pending places or its password prompts for everyone else.
-    if (PlacesHeldBy(replyTo.Address, in.from) >= m_config.MaxPerAddress && !m_pending.contains(replyTo))
-        return Refuse(replyTo, name, u"-20", u"too many places held from this address");
-    if (NameTaken(name, replyTo)) return Refuse(replyTo, name, u"-10", u"name in use");
+    if (IsReservedName(name) || m_bannedKeys.contains(NameKey(name)))
+        return Refuse(replyTo, name, u"-11", u"name banned or reserved");
+    if (const auto [code, why] = CannotSeat(name, replyTo); !code.isEmpty())
+        return Refuse(replyTo, name, code, why);
 
-    const QString password = GetParam(in.text, u"PWD");
     if (!m_config.Password.isEmpty()) {
+        const QString password = GetParam(in.text, u"PWD");
+        // Nothing is kept for the prompt: the answer comes from the same endpoint, whenever the
+        // player has typed it.
         if (password.isEmpty()) {
-            if (m_awaitingPassword.size() >= kMaxAwaitingPassword && !m_awaitingPassword.contains(in.from))
-                return Refuse(replyTo, name, u"-1", u"too many password prompts open");
-            m_awaitingPassword.insert(in.from, AwaitingPassword{replyTo.Port, m_clock()});
             m_output.Send(msg::NeedPassword(), replyTo);
             return;
         }
-        if (password != m_config.Password) return Refuse(replyTo, name, u"-100", u"wrong password");
+        const qint64 now = m_clock();
+        if (const qint64 wait = GuessWaitMs(replyTo.Address, now); wait > 0)
+            return Refuse(replyTo, name, u"-1",
+                          u"password guessed too often from this address; next check in %1 s"_s.arg(
+                              (wait + 999) / 1000));
+        if (!SameSecret(password, m_config.Password)) {
+            WrongGuess(replyTo.Address, now);
+            return Refuse(replyTo, name, u"-100", u"wrong password"_s);
+        }
+        m_guesses.remove(replyTo.Address);
     }
-    const bool full = m_players.size() + m_pending.size() >= m_config.MaxPlayers ||
-                      (m_pending.size() >= m_config.MaxPending && !m_pending.contains(replyTo));
-    if (full) return Refuse(replyTo, name, u"-1", u"server full");
-
-    m_awaitingPassword.remove(in.from);
-    m_pending.insert(replyTo, Pending{name, m_clock()});
+    AddPending(replyTo, name);
     m_output.Send(msg::ConnectAccept(m_roundRunning), replyTo);
+}
+
+std::pair<QStringView, QString> Room::CannotSeat(const QString& name, const Endpoint& where) const
+{
+    if (m_byEndpoint.contains(where)) return {u"-20", u"address and port already playing"_s};
+    if (m_playersAt.value(where.Address) >= m_config.MaxPerAddress)
+        return {u"-20", u"%1 players from this address already"_s.arg(m_config.MaxPerAddress)};
+    if (m_byName.contains(NameKey(name))) return {u"-10", u"name in use, or one that reads the same"_s};
+    if (m_players.size() >= m_config.MaxPlayers) return {u"-1", u"server full"_s};
+    // Every player must learn the whole room from one datagram.
+    if (PlayerListBytes(m_players.size() + 1, m_nameBytes + ToWire(name).size()) > kMaxPayload)
+        return {u"-1", u"server full: the player list would not fit one datagram"_s};
+    return {};
 }
 
 void Room::Refuse(const Endpoint& to, const QString& name, QStringView code, QStringView why)
 {
     m_output.Send(msg::ConnectRejectError(code), to);
-    Log(u"refuse \"%1\" from %2: %3 (%4)"_s.arg(name, to.ToString(), why, code));
+    LogLimited(u"refuse \"%1\" from %2: %3 (%4)"_s.arg(name, to.ToString(), why, code));
 }
 
-bool Room::NameTaken(const QString& name, const Endpoint& except) const
+qint64 Room::GuessWaitMs(const QHostAddress& address, qint64 now) const
 {
-    const QString lower = name.toLower();
-    if (m_byName.contains(lower)) return true;
-    for (auto it = m_pending.cbegin(); it != m_pending.cend(); ++it)
-        if (!(it.key() == except) && it->name.toLower() == lower) return true;
-    return false;
+    const auto it = m_guesses.constFind(address);
+    if (it == m_guesses.cend() || it->wrong < m_config.FreeGuesses) return 0;
+    const int doublings = std::min(it->wrong - m_config.FreeGuesses, 30);
+    const qint64 wait = std::min(m_config.MaxGuessWaitMs, m_config.GuessWaitMs << doublings);
+    return std::max<qint64>(0, it->lastMs + wait - now);
 }
 
-qsizetype Room::PlacesHeldBy(const QHostAddress& address, const Endpoint& except) const
+void Room::WrongGuess(const QHostAddress& address, qint64 now)
 {
-    qsizetype held = 0;
-    for (const Player& p : m_players)
-        if (p.Where.Address == address) ++held;
-    for (auto it = m_pending.keyBegin(); it != m_pending.keyEnd(); ++it)
-        if (it->Address == address) ++held;
-    for (auto it = m_awaitingPassword.keyBegin(); it != m_awaitingPassword.keyEnd(); ++it)
-        if (it->Address == address && !(*it == except)) ++held;
-    return held;
+    if (!m_guesses.contains(address) && m_guesses.size() >= kMaxGuessers) {
+        // Full: of a few addresses (a hash table's first are as good as any), the one that guessed
+        // least, and longest ago, is forgotten.
+        auto least = m_guesses.begin();
+        int looked = 0;
+        for (auto it = m_guesses.begin(); it != m_guesses.end() && looked < 16; ++it, ++looked)
+            if (it->wrong < least->wrong || (it->wrong == least->wrong && it->lastMs < least->lastMs))
+                least = it;
+        m_guesses.erase(least);
+    }
+    Guesses& guesses = m_guesses[address];
+    ++guesses.wrong;
+    guesses.lastMs = now;
+}
+
+void Room::AddPending(const Endpoint& where, const QString& name)
+{
+    RemovePending(where);
+    // An address that holds its share of pending places gives up its oldest; the room gives up its
+    // oldest when full. A place someone holds never stops anyone else from joining.
+    if (m_pendingAt.value(where.Address) >= m_config.MaxPendingPerAddress) {
+        for (auto it = m_pendingOrder.cbegin(); it != m_pendingOrder.cend(); ++it) {
+            if (it->Address == where.Address) {
+                RemovePending(*it);
+                break;
+            }
+        }
+    }
+    if (m_pending.size() >= m_config.MaxPending && !m_pendingOrder.isEmpty())
+        RemovePending(m_pendingOrder.first());
+    const quint64 order = m_nextPending++;
+    m_pending.insert(where, Pending{name, m_clock(), order});
+    m_pendingOrder.insert(order, where);
+    ++m_pendingAt[where.Address];
+}
+
+void Room::RemovePending(Endpoint where)
+{
+    const auto it = m_pending.find(where);
+    if (it == m_pending.end()) return;
+    m_pendingOrder.remove(it->order);
+    m_pending.erase(it);
+    if (--m_pendingAt[where.Address] <= 0) m_pendingAt.remove(where.Address);
 }
 
 void Room::OnGetPlayerList(const Incoming& in)
@@ -277,8 +367,11 @@ void Room::OnGetPlayerList(const Incoming& in)
     const auto it = m_pending.constFind(where);
     if (it == m_pending.cend()) return;
     const QString name = it->name;
-    m_pending.erase(it);
-    if (m_byEndpoint.contains(where) || m_byName.contains(name.toLower())) return;
+    RemovePending(where);
+    // Places are taken in the order the players ask for the list: whoever was accepted meanwhile
+    // under the same name, or filled the room, came first.
+    if (const auto [code, why] = CannotSeat(name, where); !code.isEmpty())
+        return Refuse(where, name, code, why);
     AddPlayer(name, where);
 }
 
@@ -289,11 +382,17 @@ void Room::AddPlayer(const QString& name, const Endpoint& where)
     player.Name = name;
     player.Where = where;
     player.LastHeardMs = m_clock();
+    player.ChatLines = m_config.ChatLineBurst;
+    player.ChatBytes = m_config.ChatByteBurst;
+    player.ChatMs = player.LastHeardMs;
     // A player arriving during a round is out of it until asking for its words.
     player.InGame = !m_roundRunning;
     m_players.insert(player.Id, player);
     m_byEndpoint.insert(where, player.Id);
-    m_byName.insert(name.toLower(), player.Id);
+    m_byName.insert(NameKey(name), player.Id);
+    ++m_playersAt[where.Address];
+    m_nameBytes += ToWire(name).size();
+    m_output.Seated(where, true);
     const Player& added = m_players[player.Id];
 
     if (m_players.size() == 1) {
@@ -323,9 +422,13 @@ void Room::RemovePlayer(quint64 id, Exit how)
     const auto it = m_players.find(id);
     if (it == m_players.end()) return;
     const QString name = it->Name;
-    m_byEndpoint.remove(it->Where);
-    m_byName.remove(name.toLower());
+    const Endpoint where = it->Where;
+    m_byEndpoint.remove(where);
+    m_byName.remove(NameKey(name));
+    if (--m_playersAt[where.Address] <= 0) m_playersAt.remove(where.Address);
+    m_nameBytes -= ToWire(name).size();
     m_players.erase(it);
+    m_output.Seated(where, false);
     Broadcast(how == Exit::Leave ? msg::Leave(name) : msg::Drop(name));
     Log(u"%1 \"%2\" (%3 players)"_s.arg(how == Exit::Leave ? u"leave"_s : u"drop"_s, name)
             .arg(m_players.size()));
@@ -390,7 +493,30 @@ void Room::OnChat(const Incoming& in)
     const QString name = GetParam(in.text, u"NAME");
     const QString text = ChatText(in.text);
     if (name == speaker.Name) {
-        Broadcast(msg::Chat(speaker.Name, text));
+        if (ChatForgesLines(text))
+            return ChatNote(speaker,
+                            u"Your line was not sent: it holds line breaks or control characters."_s);
+        const QString line = msg::Chat(speaker.Name, text);
+        const double bytes = double(ToWire(line).size());
+        const qint64 now = m_clock();
+        const double seconds = double(std::max<qint64>(0, now - speaker.ChatMs)) / 1000;
+        speaker.ChatMs = std::max(speaker.ChatMs, now);
+        speaker.ChatLines =
+            std::min(m_config.ChatLineBurst, speaker.ChatLines + seconds * m_config.ChatLineRate);
+        speaker.ChatBytes =
+            std::min(m_config.ChatByteBurst, speaker.ChatBytes + seconds * m_config.ChatByteRate);
+        if (speaker.ChatLines < 1 || speaker.ChatBytes < bytes)
+            return ChatNote(
+                speaker, u"You are sending chat faster than the server relays it; that line was not sent."_s);
+        // Chat waits for the room's budget, which the scores share: a line the budget cannot
+        // carry to everyone now is not sent at all.
+        RefillBudget();
+        const double others = double(m_players.size() - 1);
+        if (!BudgetAllows(others, others * bytes))
+            return ChatNote(speaker, u"The server is busy; that line was not sent. Try again in a moment."_s);
+        speaker.ChatLines -= 1;
+        speaker.ChatBytes -= bytes;
+        Broadcast(line);
         return;
     }
     // The one game notice a player may send: its own disqualification, once. The page it names is
@@ -406,6 +532,15 @@ void Room::OnChat(const Incoming& in)
     if (notice.isEmpty()) return;
     speaker.NoticeFor.clear();
     Broadcast(notice);
+}
+
+void Room::ChatNote(Player& player, const QString& why)
+{
+    const qint64 now = m_clock();
+    if (player.ChatNoteMs >= 0 && now - player.ChatNoteMs < 1000) return;
+    player.ChatNoteMs = now;
+    SendTo(player, msg::Chat(msg::GameSpeaker, why));
+    LogLimited(u"chat from \"%1\" not relayed: %2"_s.arg(player.Name, why));
 }
 
 void Room::OnTime(const Incoming& in)
@@ -449,9 +584,13 @@ void Room::OnSetWords(const Incoming& in)
         why = u"The initial and the destination article must differ."_s;
     } else if (initial.size() > kMaxWordLength || destination.size() > kMaxWordLength) {
         why = u"Article titles are at most %1 characters long."_s.arg(kMaxWordLength);
-    } else if (IsForbiddenTitle(initial) || IsForbiddenTitle(destination)) {
-        why =
-            u"\"%1\" is a page no round may visit."_s.arg(IsForbiddenTitle(initial) ? initial : destination);
+    } else if (const QString problem = WordProblem(QString(initial + destination)); !problem.isEmpty()) {
+        why = u"Article titles cannot hold control or invisible characters, nor spaces other than the "
+              u"ordinary one."_s;
+    } else if (IsForbiddenTitle(initial) || IsForbiddenTitle(destination) ||
+               IsForbiddenWord(ArticleWord(initial)) || IsForbiddenWord(ArticleWord(destination))) {
+        const bool first = IsForbiddenTitle(initial) || IsForbiddenWord(ArticleWord(initial));
+        why = u"\"%1\" is a page no round may visit."_s.arg(first ? initial : destination);
     } else if (initial.contains(u'=') || destination.contains(u'=')) {
         // A word holding "=" could hold another word's key, and the players would read other words.
         why = u"Titles with \"=\" cannot be sent to the players."_s;
@@ -577,8 +716,22 @@ QString Room::Chooser() const
 
 const Player* Room::FindPlayer(QStringView name) const
 {
-    const auto it = m_byName.constFind(name.toString().toLower());
+    const auto it = m_byName.constFind(NameKey(name));
     return it == m_byName.cend() ? nullptr : &*m_players.constFind(*it);
+}
+
+void Room::LogLimited(const QString& line)
+{
+    const qint64 now = m_clock();
+    m_logTokens =
+        std::min(kLogBurst, m_logTokens + double(std::max<qint64>(0, now - m_logMs)) * kLogRate / 1000);
+    m_logMs = std::max(m_logMs, now);
+    if (m_logTokens < 1) {
+        ++m_logSkipped;
+        return;
+    }
+    m_logTokens -= 1;
+    Log(line);
 }
 
 // --- sending ------------------------------------------------------------------------------------
@@ -596,24 +749,35 @@ void Room::SendTo(const Player& player, const QString& text)
 void Room::Broadcast(const QString& text, quint64 except)
 {
     RefillBudget();
+    const double bytes = double(ToWire(text).size());
     for (const Player& player : std::as_const(m_players)) {
         if (player.Id == except) continue;
         m_output.Send(text, player.Where);
         m_budget -= 1;
+        m_byteBudget -= bytes;
     }
 }
 
 void Room::RefillBudget()
 {
     const qint64 now = m_clock();
-    // Room for a score and a ping to everyone, or a tenth of a second's worth, whichever is more.
+    // Room for a score and a ping to everyone, or a tenth of a second's worth, whichever is more;
+    // in bytes, room for the longest chat line to everyone.
     const double capacity = std::max(m_config.FanOutRate / 10, 2.0 * double(m_players.size()));
+    const double byteCapacity =
+        std::max(m_config.FanOutByteRate / 10, double(m_players.size()) * m_config.MaxDatagram);
     // What went out beyond the budget delays the merged updates, by a tenth of a second's worth at
     // most: a burst of joins must not hold back the scores for long.
-    m_budget = std::max(m_budget, -capacity);
-    m_budget = std::min(capacity, m_budget + double(std::max<qint64>(0, now - m_budgetMs)) *
-                                                 m_config.FanOutRate / 1000);
+    const double seconds = double(std::max<qint64>(0, now - m_budgetMs)) / 1000;
+    m_budget = std::min(capacity, std::max(m_budget, -capacity) + seconds * m_config.FanOutRate);
+    m_byteBudget =
+        std::min(byteCapacity, std::max(m_byteBudget, -byteCapacity) + seconds * m_config.FanOutByteRate);
     m_budgetMs = std::max(m_budgetMs, now);
+}
+
+bool Room::BudgetAllows(double datagrams, double bytes) const
+{
+    return m_budget >= datagrams && m_byteBudget >= bytes;
 }
 
 void Room::ScoreChanged(Player& player)
@@ -622,7 +786,8 @@ void Room::ScoreChanged(Player& player)
     const QString score = ScoreOf(player);
     SendTo(player, score);
     RefillBudget();
-    if (m_fanOut.empty() && m_budget >= double(m_players.size() - 1)) {
+    const double others = double(m_players.size() - 1);
+    if (m_fanOut.empty() && BudgetAllows(others, others * double(score.size()))) {
         player.ScoreDirty = false;
         Broadcast(score, player.Id);
         return;
@@ -636,7 +801,8 @@ void Room::PingChanged(Player& player)
     const QString ping = msg::PingIs(player.Name, player.Ping);
     SendTo(player, ping);
     RefillBudget();
-    if (m_fanOut.empty() && m_budget >= double(m_players.size() - 1)) {
+    const double others = double(m_players.size() - 1);
+    if (m_fanOut.empty() && BudgetAllows(others, others * double(ping.size()))) {
         player.PingDirty = false;
         Broadcast(ping, player.Id);
         return;
@@ -655,7 +821,8 @@ void Room::FlushFanOut()
             continue;
         }
         const double cost = double(m_players.size() - 1) * (int(it->ScoreDirty) + int(it->PingDirty));
-        if (m_budget < cost) return;
+        // A score or a ping is under a hundred bytes, and the name in it at most a few hundred.
+        if (!BudgetAllows(cost, cost * double(100 + 4 * it->Name.size()))) return;
         m_fanOut.pop_front();
         // The player itself was told at once; the merged update goes to the others.
         if (it->ScoreDirty) Broadcast(ScoreOf(*it), it->Id);
@@ -669,11 +836,19 @@ void Room::FlushFanOut()
 QString Room::CheckInvariants() const
 {
     QSet<QString> names;
+    QHash<QHostAddress, int> at;
+    QStringList list;
+    qsizetype nameBytes = 0;
     for (const Player& p : m_players) {
-        const QString lower = p.Name.toLower();
-        if (names.contains(lower)) return u"two players named \"%1\""_s.arg(p.Name);
-        names.insert(lower);
-        if (m_byName.value(lower) != p.Id) return u"name index lost \"%1\""_s.arg(p.Name);
+        const QString key = NameKey(p.Name);
+        if (names.contains(key)) return u"two players whose names read \"%1\""_s.arg(key);
+        names.insert(key);
+        if (m_byName.value(key) != p.Id) return u"name index lost \"%1\""_s.arg(p.Name);
+        if (!NameProblem(p.Name, m_config.MaxNameLength).isEmpty() || IsReservedName(p.Name))
+            return u"unusable name \"%1\" in the room"_s.arg(p.Name);
+        ++at[p.Where.Address];
+        list.append(p.Name);
+        nameBytes += ToWire(p.Name).size();
         if (m_byEndpoint.value(p.Where) != p.Id) return u"endpoint index lost \"%1\""_s.arg(p.Name);
         if (p.Wins < 0 || p.Clicks < 0 || p.RoundClicks < 0 || p.Ping < 0)
             return u"negative score for \"%1\""_s.arg(p.Name);
@@ -683,6 +858,23 @@ QString Room::CheckInvariants() const
     }
     if (m_byName.size() != m_players.size() || m_byEndpoint.size() != m_players.size())
         return u"index sizes"_s;
+    if (at != m_playersAt) return u"players per address miscounted"_s;
+    for (int count : std::as_const(at))
+        if (count > m_config.MaxPerAddress) return u"too many players from one address"_s;
+    if (nameBytes != m_nameBytes) return u"name bytes miscounted"_s;
+    const qsizetype listBytes = ToWire(msg::PlayerList(list)).size();
+    if (listBytes > kMaxPayload) return u"the player list outgrew a datagram"_s;
+    if (listBytes != PlayerListBytes(list.size(), nameBytes)) return u"player list size miscounted"_s;
+    QHash<QHostAddress, int> pendingAt;
+    for (auto it = m_pending.cbegin(); it != m_pending.cend(); ++it) {
+        ++pendingAt[it.key().Address];
+        if (m_pendingOrder.value(it->order) != it.key()) return u"pending order lost"_s;
+    }
+    if (pendingAt != m_pendingAt || m_pendingOrder.size() != m_pending.size()) return u"pending miscounted"_s;
+    if (m_pending.size() > m_config.MaxPending) return u"too many pending"_s;
+    for (int count : std::as_const(pendingAt))
+        if (count > m_config.MaxPendingPerAddress) return u"too many pending from one address"_s;
+    if (m_guesses.size() > kMaxGuessers) return u"too many password guessers remembered"_s;
     if (m_players.isEmpty() != (m_chooser == 0))
         return u"chooser without players or players without chooser"_s;
     if (m_chooser != 0 && !m_players.contains(m_chooser)) return u"chooser is no player"_s;

@@ -1,17 +1,18 @@
 #pragma once
 
-#include "floodgate.h"
 #include "serverconfig.h"
 
 #include <QHash>
 #include <QHostAddress>
 #include <QMap>
+#include <QSet>
 #include <QString>
 #include <QStringList>
 #include <QStringView>
 #include <deque>
 #include <functional>
 #include <random>
+#include <utility>
 
 namespace linkhop::server {
 
@@ -36,6 +37,12 @@ public:
     virtual ~RoomOutput() = default;
     virtual void Send(const QString& text, const Endpoint& to) = 0;
     virtual void Event(const QString& line) = 0;
+    // A player took a place at `where`, or left it.
+    virtual void Seated(const Endpoint& where, bool present)
+    {
+        Q_UNUSED(where);
+        Q_UNUSED(present);
+    }
 };
 
 struct Player
@@ -52,6 +59,12 @@ struct Player
     bool Racing = false;  // entered and not disqualified
     QString NoticeFor;    // the page of a disqualification whose game notice is still to come
     qint64 LastHeardMs = 0;
+    // What the player may still have relayed in chat now: lines, bytes; and when it was told it
+    // may not, so that it is told once a while and not on every line.
+    double ChatLines = 0;
+    double ChatBytes = 0;
+    qint64 ChatMs = 0;
+    qint64 ChatNoteMs = -1;
     bool ScoreDirty = false; // the others have not yet been told this player's score
     bool PingDirty = false;  // nor this player's ping
 };
@@ -107,11 +120,12 @@ private:
     {
         QString name;
         qint64 sinceMs;
+        quint64 order; // in m_pendingOrder
     };
-    struct AwaitingPassword
+    struct Guesses // wrong passwords from one address
     {
-        quint16 port;
-        qint64 sinceMs;
+        int wrong = 0;
+        qint64 lastMs = 0;
     };
     enum class Exit
     {
@@ -137,9 +151,13 @@ private:
     // Whether the message's NAME is the sender's own.
     static bool FromNamed(const Incoming& in);
     void Refuse(const Endpoint& to, const QString& name, QStringView code, QStringView why);
-    bool NameTaken(const QString& name, const Endpoint& except) const;
-    // Players, pending connections and password prompts at `address`, but for `except`'s own.
-    qsizetype PlacesHeldBy(const QHostAddress& address, const Endpoint& except) const;
+    // Why `name` cannot join from `where` now: the code and the reason; an empty code when it can.
+    std::pair<QStringView, QString> CannotSeat(const QString& name, const Endpoint& where) const;
+    // Whether a wrong password from `address` may be checked now; otherwise how long until it may.
+    qint64 GuessWaitMs(const QHostAddress& address, qint64 now) const;
+    void WrongGuess(const QHostAddress& address, qint64 now);
+    void AddPending(const Endpoint& where, const QString& name);
+    void RemovePending(Endpoint where); // a copy: callers pass keys of the tables it changes
     void AddPlayer(const QString& name, const Endpoint& where);
     void RemovePlayer(quint64 id, Exit how);
     void StartRound(const QString& initial, const QString& destination);
@@ -152,6 +170,9 @@ private:
     void SendTo(const Player& player, const QString& text);
     void Broadcast(const QString& text, quint64 except = 0);
     void RefillBudget();
+    bool BudgetAllows(double datagrams, double bytes) const;
+    // Tells a player once in a while why its chat line went nowhere.
+    void ChatNote(Player& player, const QString& why);
     // Tells everyone a player's score (or ping), at once while the budget allows, else the player
     // at once and the others when the merged update's turn comes.
     void ScoreChanged(Player& player);
@@ -160,21 +181,29 @@ private:
     QString ScoreOf(const Player& player) const;
 
     void Log(const QString& line) { m_output.Event(line); }
+    // For lines a stranger can cause at will: a few at once, then a few a second, the rest counted.
+    void LogLimited(const QString& line);
 
     ServerConfig m_config;
     RoomOutput& m_output;
     Clock m_clock;
-    FloodGate m_flood;
     std::mt19937 m_random;
 
     QMap<quint64, Player> m_players; // by id, so in order of arrival
     QHash<Endpoint, quint64> m_byEndpoint;
-    QHash<QString, quint64> m_byName; // lower-case name
+    QHash<QString, quint64> m_byName; // by NameKey
+    QSet<QString> m_bannedKeys;       // the banned names' NameKey
+    QHash<QHostAddress, int> m_playersAt;
+    qsizetype m_nameBytes = 0; // the players' names on the wire, for the size of "PLAYERLIST"
     quint64 m_nextId = 1;
     quint64 m_chooser = 0;
 
-    QHash<Endpoint, Pending> m_pending; // accepted, waiting for "GETPLAYERLIST"; keyed by reply endpoint
-    QHash<Endpoint, AwaitingPassword> m_awaitingPassword; // keyed by datagram source
+    // Accepted, waiting for "GETPLAYERLIST"; keyed by reply endpoint, oldest first in the order.
+    QHash<Endpoint, Pending> m_pending;
+    QMap<quint64, Endpoint> m_pendingOrder;
+    QHash<QHostAddress, int> m_pendingAt;
+    quint64 m_nextPending = 1;
+    QHash<QHostAddress, Guesses> m_guesses;
 
     bool m_roundRunning = false;
     QStringList m_words;
@@ -184,10 +213,14 @@ private:
 
     std::deque<quint64> m_fanOut; // players with updates the others have not seen
     double m_budget = 0;
+    double m_byteBudget = 0;
     qint64 m_budgetMs = 0;
 
     quint64 m_dropped = 0;
-    qint64 m_lastPruneMs = 0;
+    double m_logTokens = 0;
+    qint64 m_logMs = 0;
+    quint64 m_logSkipped = 0;
+    qint64 m_lastSummaryMs = 0;
 };
 
 } // namespace linkhop::server

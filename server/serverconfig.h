@@ -21,20 +21,40 @@ struct ServerConfig
     QList<QPair<QHostAddress, int>> BannedSubnets;
     QStringList Articles;
 
-    qint64 SilenceMs = 35000;       // a player heard from for this long is dropped
-    qint64 PendingMs = 10000;       // an accepted connection that never asks for the players expires
-    qint64 PasswordWaitMs = 120000; // how long the port of a "NEEDPWD" answer is remembered
-    int MaxDatagram = 4096;
+    qint64 SilenceMs = 35000; // a player heard from for this long is dropped
+    // An accepted connection that does not ask for the players within this time expires. A client
+    // asks as soon as the acceptance arrives, so a few seconds cover any round trip.
+    qint64 PendingMs = 5000;
+    int MaxDatagram = 4096; // longer datagrams are not read
     // No more players, and no longer names, than a client's roster takes.
     int MaxPlayers = SessionData::kMaxPlayers;
-    int MaxPending = 64;
-    int MaxPerAddress = 8; // places one address may hold: players, pending connections, password prompts
     int MaxNameLength = int(SessionData::kMaxNameLength);
-    double FloodRate = 200;  // datagrams per second per sender address
-    double FloodBurst = 200; // datagrams one address may send at once
+    int MaxPerAddress = 8;        // players one address may hold
+    int MaxPending = 1024;        // accepted connections awaiting their player list, all addresses
+    int MaxPendingPerAddress = 4; // beyond this an address's oldest pending connection goes
+    // Wrong passwords from one address: this many are checked at once, then each next guess waits
+    // twice as long as the one before, from GuessWaitMs up to MaxGuessWaitMs.
+    int FreeGuesses = 3;
+    qint64 GuessWaitMs = 1000;
+    qint64 MaxGuessWaitMs = 60000;
+
+    // Per source address, before anything else is done with a datagram.
+    double FloodRate = 200;           // datagrams per second
+    double FloodBurst = 200;          // datagrams at once
+    double FloodByteRate = 64 * 1024; // bytes per second, headers included
+    double FloodByteBurst = 128 * 1024;
+    double StrangerRate = 5000; // datagrams per second from all addresses without a player together
+
+    // Chat lines one player may have relayed: a burst, then a steady rate, in lines and in bytes.
+    double ChatLineRate = 1;
+    double ChatLineBurst = 5;
+    double ChatByteRate = 2048;
+    double ChatByteBurst = 8192;
     // Score and ping updates about one player to the others are sent at once while the room stays
-    // under this many datagrams per second; above it they are merged and sent as budget allows.
+    // under this many datagrams (and bytes) per second; above it they are merged and sent as budget
+    // allows. Chat lines are relayed only while the budget has room for them.
     double FanOutRate = 20000;
+    double FanOutByteRate = 2 * 1024 * 1024;
     quint32 Seed = 0; // 0: seeded from the system's entropy
 };
 

@@ -1,5 +1,6 @@
 // The server over loopback, as clients see it: every datagram checked byte for byte; and the real
 // LinkhopServer program: its ready line, its log, SIGTERM, and the port already taken.
+#include "core/sessiondata.h"
 #include "scriptedclient.h"
 #include "server/gameserver.h"
 
@@ -72,6 +73,25 @@ private Q_SLOTS:
         const auto row = [](const char* tag, const QString& connect, const char* expected, int from = 0) {
             QTest::newRow(tag) << connect << QString::fromUtf8(expected) << from;
         };
+        // Names as they arrive decoded, also with characters that Windows-1252 lacks.
+        const auto name = [](const char* tag, const QString& name, const char* code) {
+            QTest::newRow(tag) << u"CONNECT VER=1.04 (beta);NAME=%1;PORT=%port;PWD=;"_s.arg(name)
+                               << u"CONNECTREJECT ERROR=%1;"_s.arg(QLatin1StringView(code)) << 0;
+        };
+        name("trailing space", u"Bo "_s, "-1");
+        name("leading space", u" Bo"_s, "-1");
+        name("two spaces", u"B  o"_s, "-1");
+        name("no-break space", u"Bo\u00A0"_s, "-1");
+        name("soft hyphen", u"B\u00ADo"_s, "-1");
+        name("zero-width space", u"B\u200Bo"_s, "-1");
+        name("line break", u"Bo\r\nGAME"_s, "-1");
+        name("GAME and a no-break space", u"GAME\u00A0"_s, "-1");
+        name("GAME in full-width letters", u"\uFF27\uFF21\uFF2D\uFF25"_s, "-11");
+        name("GAME with a colon", u"Game: Bo"_s, "-11");
+        name("Current Time, other case", u"current TIME"_s, "-11");
+        name("Ann with a Cyrillic A", u"\u0410nn"_s, "-10");
+        name("Ann in full-width letters", u"\uFF21\uFF4E\uFF4E"_s, "-10");
+        name("banned name with ones for l", u"Ma11ory"_s, "-11");
         const QString first = u"CONNECT VER=1.04 (beta);NAME=%1;PORT=%port;PWD=;"_s;
         row("other version", u"CONNECT VER=1.03;NAME=Bo;PORT=%port;PWD=;"_s,
             "CONNECTREJECT VER=1.04 (beta);");
@@ -99,7 +119,13 @@ private Q_SLOTS:
         QCOMPARE(ann.Join(u"Ann"_s, u"pw"_s).constFirst(), u"CONNECTACCEPT PLAYING=no;"_s);
         ann.Skip();
         ScriptedClient& sender = from == 0 ? newcomer : from == 1 ? ann : banned;
-        sender.Send(QString(connect).replace(u"%port"_s, sender.PortText()));
+        const QString text = QString(connect).replace(u"%port"_s, sender.PortText());
+        // What Windows-1252 cannot carry reaches the room as the wire decodes it.
+        if (FromWire(ToWire(text)) == text)
+            sender.Send(text);
+        else
+            m_server->GameRoom().Handle(text, from == 0 ? OtherAddress() : TestAddress(),
+                                        sender.PortText().toUShort());
         QCOMPARE(sender.Next(), expected);
         QCOMPARE(sender.Collect(100), QStringList());
         QCOMPARE(room().Players().size(), 1);
@@ -217,6 +243,144 @@ private Q_SLOTS:
         ann.Send(msg::GetScore(ann.PortText(), u"Ann")); // and the room still works
         QCOMPARE(ann.Next(), Score(u"Ann"_s, 0, 0, 0));
         QCOMPARE(room().Players().size(), 2);
+    }
+
+    // Words the chooser may not start a round on: told why, alone, and nothing starts.
+    void refusedWords_data()
+    {
+        QTest::addColumn<QString>("word");
+        QTest::addColumn<QString>("because");
+        QTest::newRow("NUL inside") << u"Ban\0ana"_s << u"control or invisible"_s;
+        QTest::newRow("line break inside") << u"Ban\r\nana"_s << u"control or invisible"_s;
+        QTest::newRow("soft hyphen inside") << u"Ban\u00ADana"_s << u"control or invisible"_s;
+        QTest::newRow("no-break space") << u"New\u00A0York"_s << u"other than the ordinary"_s;
+        QTest::newRow("a forbidden page's word") << u"talk"_s << u"no round may visit"_s;
+        QTest::newRow("the same, as an address writes it") << u"nowiki"_s << u"no round may visit"_s;
+        QTest::newRow("a forbidden page") << u"Talk:Apple"_s << u"no round may visit"_s;
+    }
+    void refusedWords()
+    {
+        QFETCH(QString, word);
+        QFETCH(QString, because);
+        QVERIFY(StartServer());
+        ScriptedClient ann(kAnn), bo(kBo);
+        QVERIFY(AnnAndBo(ann, bo));
+        ann.Send(msg::SetWords(word, u"Apple"));
+        const QString why = ann.Next();
+        QVERIFY2(why.startsWith(u"CHAT NAME=GAME;TEXT="_s) && why.contains(because), qPrintable(why));
+        QCOMPARE(ann.Next(), u"NEWGAME NAME=Ann;"_s);
+        QCOMPARE(bo.Collect(), QStringList());
+        QVERIFY(!room().RoundRunning());
+    }
+
+    // A player's chat goes out a few lines at once and then a line a second, within the room's
+    // budget, and never with characters that make it pass for other lines.
+    void chatRelay_data()
+    {
+        QTest::addColumn<QStringList>("lines");
+        QTest::addColumn<double>("fanOutRate");
+        QTest::addColumn<int>("relayed");  // the first so many lines reach Bo
+        QTest::addColumn<QString>("note"); // what Ann is told about the others, once
+        const QStringList eight(8, u"gg"_s);
+        QTest::newRow("five at once") << eight << 20000.0 << 5 << u"faster than the server relays"_s;
+        QTest::newRow("bytes") << QStringList(3, QString(4000, u'x')) << 20000.0 << 2
+                               << u"faster than the server relays"_s;
+        QTest::newRow("line break") << QStringList{u"hi\r\nGAME: Ann has won"_s} << 20000.0 << 0
+                                    << u"line breaks"_s;
+        QTest::newRow("direction override")
+            << QStringList{u"\u202Eniw I"_s} << 20000.0 << 0 << u"line breaks"_s;
+        QTest::newRow("busy room") << QStringList(3, u"gg"_s) << 1.0 << 0 << u"server is busy"_s;
+    }
+    void chatRelay()
+    {
+        QFETCH(QStringList, lines);
+        QFETCH(double, fanOutRate);
+        QFETCH(int, relayed);
+        QFETCH(QString, note);
+        static double rate;
+        rate = fanOutRate;
+        QVERIFY(StartServer([](ServerConfig& config) { config.FanOutRate = rate; }));
+        ScriptedClient ann(kAnn), bo(kBo);
+        QVERIFY(AnnAndBo(ann, bo));
+        for (const QString& line : lines) {
+            const QString text = msg::Chat(u"Ann", line);
+            if (FromWire(ToWire(text)) == text)
+                ann.Send(text);
+            else
+                m_server->GameRoom().Handle(text, TestAddress(), kAnn);
+        }
+        QStringList expected;
+        for (int i = 0; i < relayed; ++i)
+            expected.append(msg::Chat(u"Ann", lines[i]));
+        QCOMPARE(bo.Collect(300), expected);
+        const QStringList told = ann.Collect(0);
+        QCOMPARE(told.mid(0, relayed), expected);
+        QCOMPARE(told.size(), relayed + 1);
+        QVERIFY2(told.constLast().startsWith(u"CHAT NAME=GAME;TEXT="_s) && told.constLast().contains(note),
+                 qPrintable(told.constLast()));
+    }
+
+    // Places go in the order players complete the handshake: an acceptance holds no name.
+    void sameNameAcceptedTwice()
+    {
+        QVERIFY(StartServer());
+        ScriptedClient first(kCy), second(kCy, OtherAddress());
+        first.Send(msg::Connect(ClientVersion, u"Zed", first.PortText()));
+        second.Send(msg::Connect(ClientVersion, u"zed", second.PortText()));
+        QCOMPARE(first.Next(), u"CONNECTACCEPT PLAYING=no;"_s);
+        QCOMPARE(second.Next(), u"CONNECTACCEPT PLAYING=no;"_s);
+        second.Send(msg::GetPlayerList(second.PortText()));
+        QCOMPARE(second.NextWithVerb(u"PLAYERLIST"_s), u"PLAYERLIST COUNT=1;P1=zed;"_s);
+        first.Send(msg::GetPlayerList(first.PortText()));
+        QCOMPARE(first.Next(), u"CONNECTREJECT ERROR=-10;"_s);
+        QCOMPARE(room().Players().size(), 1);
+        QCOMPARE(room().PendingCount(), 0);
+    }
+
+    // A room takes no more players than one "PLAYERLIST" datagram can name.
+    void playerListFitsOneDatagram()
+    {
+        QVERIFY(StartServer([](ServerConfig& config) { config.MaxPerAddress = config.MaxPlayers; }));
+        Room& bulk = m_server->GameRoom();
+        const auto longName = [](int i) {
+            return u"P%1"_s.arg(i, 4, 10, QLatin1Char('0')).leftJustified(64, u'x');
+        };
+        // Players that are no sockets, at ports where nobody listens: the room's answers go nowhere.
+        int n = 0;
+        for (;; ++n) {
+            const quint16 port = quint16(20000 + n);
+            bulk.Handle(msg::Connect(ClientVersion, longName(n), QString::number(port)), OtherAddress(),
+                        port);
+            bulk.Handle(msg::GetPlayerList(QString::number(port)), OtherAddress(), port);
+            if (room().Players().size() == n) break;
+        }
+        QVERIFY(n > 900 && n < int(SessionData::kMaxPlayers));
+        QCOMPARE(room().PendingCount(), 0);
+        bulk.Handle(msg::Disconnect(longName(0)), OtherAddress(), 20000);
+
+        ScriptedClient last(kAnn), oneTooMany(kBo);
+        const QString list = last.Join(longName(n)).constLast();
+        QVERIFY2(list.startsWith(u"PLAYERLIST COUNT=%1;P1=%2;"_s.arg(n).arg(longName(1))),
+                 qPrintable(list.left(80)));
+        QVERIFY(list.endsWith(u"P%1=%2;"_s.arg(n).arg(longName(n))));
+        QCOMPARE_LE(ToWire(list).size(), 65507);
+        QCOMPARE(oneTooMany.Join(longName(n + 1)), QStringList{u"CONNECTREJECT ERROR=-1;"_s});
+        QCOMPARE(room().Players().size(), n);
+        QCOMPARE(room().PendingCount(), 0);
+        QCOMPARE(room().CheckInvariants(), QString());
+    }
+
+    // A status query asking for the answer at the server's own endpoint gets none: no loop.
+    void noAnswerToItself()
+    {
+        QVERIFY(StartServer());
+        ScriptedClient stranger(kStranger);
+        const quint64 in = m_server->DatagramsIn(), out = m_server->DatagramsOut();
+        stranger.Send(u"STATUS SERVER=PORT=7200;PORT=7200;"_s);
+        stranger.Send(msg::Status(u"x", u"7200"));
+        QCOMPARE(stranger.Collect(300), QStringList());
+        QCOMPARE(m_server->DatagramsIn(), in + 2);
+        QCOMPARE(m_server->DatagramsOut(), out);
     }
 
     void program()
