@@ -36,6 +36,7 @@ QByteArray Answer(const QByteArray& target)
                     u" document.title = \"Late - Wikipedia, the free encyclopedia\"; }, %1);</script>"_s.arg(
                         OtherSite::kLateTitleMs));
     if (path.startsWith(u"/wiki/")) return Page(path.mid(6).replace(u'_', u' ') + u" - Wikipedia"_s);
+    if (path == u"/w/api.php") return Page(u"Not an API"_s, u"<p>Nothing to see here.</p>"_s);
     return Reply("404 Not Found");
 }
 

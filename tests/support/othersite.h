@@ -9,7 +9,8 @@ namespace linkhop::test {
 // A web site on the test address that is not the encyclopedia, for what the real engine does not
 // serve: another language's encyclopedia (/wiki/<title> is a page titled "<title> - Wikipedia"), a
 // page that answers No Content (/204), one that never answers (/stall), and one whose title comes
-// late, by script, with a link to /stall (/late-title). Served from a thread of its own.
+// late, by script, with a link to /stall (/late-title), and a web page where an encyclopedia has its
+// API (/w/api.php). Served from a thread of its own.
 class OtherSite final
 {
 public:
