@@ -28,12 +28,20 @@ FloodLimits LimitsOf(const ServerConfig& config)
 } // namespace
 
 GameServer::GameServer(ServerConfig config, QObject* parent)
-    : QObject(parent), m_socket(LimitsOf(config), config.MaxDatagram), m_room(std::move(config), *this)
+    : QObject(parent), m_socket(LimitsOf(config), config.MaxDatagram),
+      m_encyclopedia(config.Site.isEmpty()
+                         ? nullptr
+                         : std::make_unique<WikiEncyclopedia>(
+                               config.Site, SearchBudget{config.SearchMaxClicks, config.SearchMaxRequests,
+                                                         config.SearchMaxMs})),
+      m_room(std::move(config), *this)
 {
+    m_room.SetEncyclopedia(m_encyclopedia.get());
     connect(&m_socket, &ServerSocket::Arrived, this, &GameServer::Received);
     connect(&m_socket, &ServerSocket::Event, this, &GameServer::Event);
-    // Often enough that a silent player goes within a tenth of the silence allowed.
-    m_housekeeping.setInterval(int(std::clamp<qint64>(m_room.Config().SilenceMs / 10, 10, 1000)));
+    // Often enough that a silent player goes within a tenth of the silence allowed, and a winner
+    // whose route the encyclopedia does not answer for waits little longer than allowed.
+    m_housekeeping.setInterval(int(std::clamp<qint64>(m_room.Config().SilenceMs / 10, 10, 250)));
     connect(&m_housekeeping, &QTimer::timeout, this, [this] { m_room.Tick(); });
     m_flush.setInterval(kFlushMs);
     connect(&m_flush, &QTimer::timeout, this, [this] {

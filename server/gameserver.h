@@ -2,11 +2,13 @@
 
 #include "core/localport.h"
 #include "room.h"
+#include "routes.h"
 #include "serversocket.h"
 
 #include <QObject>
 #include <QTimer>
 #include <atomic>
+#include <memory>
 
 namespace linkhop::server {
 
@@ -27,6 +29,8 @@ public:
     void Shutdown();
 
     Room& GameRoom() { return m_room; }
+    // The encyclopedia the room asks, when the configuration names a site.
+    WikiEncyclopedia* Encyclopedia() { return m_encyclopedia.get(); }
     const Room& GameRoom() const { return m_room; }
 
     // Read by benchmarks from another thread.
@@ -50,6 +54,7 @@ private:
     void Report();
 
     ServerSocket m_socket;
+    std::unique_ptr<WikiEncyclopedia> m_encyclopedia; // outlives the room, which asks it
     Room m_room;
     QTimer m_housekeeping;
     QTimer m_flush;

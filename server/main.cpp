@@ -50,12 +50,28 @@ int main(int argc, char** argv)
         "    20,000 datagrams and 2 MiB a second.\n"
         "Refusal codes: -10 name in use or reading as one in use, -11 name banned or reserved,\n"
         "-20 address already playing, -21 address banned, -100 wrong password, -1 anything else\n"
-        "(unusable name, room full, password guessed too often)."_s);
+        "(unusable name, room full, password guessed too often).\n"
+        "\n"
+        "What it asks the encyclopedia (MediaWiki's API, /w/api.php of --site):\n"
+        "  - a racer who reports the destination wins once each step of the route is explained by a\n"
+        "    link from the page before (or through a redirect), from the initial article or the main\n"
+        "    page, or by a page already on the route (Back, Forward); an impossible step puts the racer\n"
+        "    out of the round with a game line naming it. Without an answer within 2 s the win stands;\n"
+        "  - during each round, a shortest route between its words (up to 6 clicks, 400 requests, 60 s),\n"
+        "    told to everyone in a game line after the winning route, beside the winner's clicks.\n"
+        "A round nobody wins ends after 10 minutes (option file RoundMinutes.dat, 0 for never)."_s);
     parser.addHelpOption();
     parser.addVersionOption();
     const QCommandLineOption bindOption(u"bind"_s, u"Listen on ADDRESS only (default: every IPv4 address)."_s,
                                         u"ADDRESS"_s);
     parser.addOption(bindOption);
+    const QCommandLineOption siteOption(
+        u"site"_s,
+        u"Ask the encyclopedia at SITE: a host (HTTPS) or a base address such as http://127.0.0.1:8080; "
+        "\"none\" asks none, and every win stands unchecked (default: "_s +
+            QStringLiteral(LINKHOP_SITE_HOST) + u")."_s,
+        u"SITE"_s, QStringLiteral(LINKHOP_SITE_HOST));
+    parser.addOption(siteOption);
     parser.process(app);
 
     QHostAddress address(QHostAddress::AnyIPv4);
@@ -65,7 +81,8 @@ int main(int argc, char** argv)
     }
 
     QStringList warnings;
-    const ServerConfig config = LoadServerConfig(QCoreApplication::applicationDirPath(), &warnings);
+    ServerConfig config = LoadServerConfig(QCoreApplication::applicationDirPath(), &warnings);
+    config.Site = parser.value(siteOption) == u"none" ? QString() : parser.value(siteOption);
     for (const QString& warning : warnings)
         Print(stderr, u"LinkhopServer: warning: "_s + warning);
 

@@ -36,6 +36,18 @@ constexpr qint64 kGuessesForgottenMs = 10 * 60 * 1000;
 constexpr double kLogBurst = 50;
 constexpr double kLogRate = 5;
 constexpr qint64 kLogSummaryMs = 10000;
+// "10 minutes", "1 minute", "30 seconds".
+QString Duration(qint64 ms)
+{
+    const bool minutes = ms >= 60000 && ms % 60000 == 0;
+    const qint64 n = minutes ? ms / 60000 : std::max<qint64>(1, (ms + 500) / 1000);
+    return QString::number(n) +
+           (minutes ? (n == 1 ? u" minute"_s : u" minutes"_s) : (n == 1 ? u" second"_s : u" seconds"_s));
+}
+
+// A route longer than this (in characters of its titles) is not kept whole, and its win stands
+// unchecked: no racer clicks so far, and a forger may not grow the server's memory.
+constexpr qsizetype kMaxRouteChars = 16384;
 
 qsizetype Digits(qsizetype n)
 {
@@ -142,7 +154,8 @@ const Room::Route Room::kRoutes[] = {
 };
 
 Room::Room(ServerConfig config, RoomOutput& output, Clock clock)
-    : m_config(std::move(config)), m_output(output), m_clock(clock ? std::move(clock) : SteadyClock())
+    : m_config(std::move(config)), m_output(output), m_clock(clock ? std::move(clock) : SteadyClock()),
+      m_self(std::make_shared<Room*>(this))
 {
     if (m_config.Articles.isEmpty()) m_config.Articles = FallbackArticles();
     m_random.seed(m_config.Seed != 0 ? m_config.Seed : std::random_device{}());
@@ -196,6 +209,10 @@ void Room::Tick()
         if (now - player.LastHeardMs > m_config.SilenceMs) silent.append(player.Id);
     for (quint64 id : silent)
         if (m_players.contains(id)) RemovePlayer(id, Exit::Drop);
+    SettleArrivals();
+    if (m_roundRunning && m_config.RoundMs > 0 && now - m_roundStartMs >= m_config.RoundMs)
+        EndRoundWithoutWinner(
+            u"Time is up: nobody reached \"%1\" in %2."_s.arg(m_words.at(1), Duration(m_config.RoundMs)));
     if (now - m_lastSummaryMs >= kLogSummaryMs) {
         m_lastSummaryMs = now;
         m_guesses.removeIf([&](const QHash<QHostAddress, Guesses>::iterator& it) {
@@ -228,6 +245,8 @@ void Room::DisconnectAll()
     m_pathFrom = 0;
     m_roundRunning = false;
     m_words.clear();
+    m_arrivals.clear();
+    m_shortestWanted = false;
 }
 
 // --- handshake ----------------------------------------------------------------------------------
@@ -609,17 +628,40 @@ void Room::StartRound(const QString& initial, const QString& destination)
     m_roundRunning = true;
     m_words = {initial, destination};
     m_pathFrom = 0;
+    ++m_round;
+    m_roundStartMs = m_clock();
+    m_arrivals.clear();
+    m_shortest.reset();
+    m_shortestWanted = false;
+    m_winner.clear();
     for (Player& player : m_players) {
         player.RoundClicks = 0;
         player.InGame = true;
         player.Entered = true;
         player.Racing = true;
         player.NoticeFor.clear();
+        player.Route.clear();
+        player.RouteChars = 0;
+        player.RouteCut = false;
+        player.Arrived = false;
+        player.Verdict.reset();
     }
     Broadcast(msg::StartGame(m_words));
     Log(u"round start \"%1\" -> \"%2\", chosen by \"%3\", %4 players"_s
             .arg(initial, destination, ChooserPlayer()->Name)
             .arg(m_players.size()));
+    if (!m_encyclopedia) return;
+    const std::weak_ptr<Room*> room = m_self;
+    m_encyclopedia->RoundStarts(initial, destination, [room, round = m_round](const ShortestRoute& found) {
+        const auto self = room.lock();
+        if (!self || !*self || (*self)->m_round != round) return;
+        Room& r = **self;
+        r.m_shortest = found;
+        r.Log(u"shortest route: %1 (%2 requests, %3 ms)"_s.arg(r.ShortestRouteLine())
+                  .arg(found.requests)
+                  .arg(found.ms));
+        if (r.m_shortestWanted) r.TellShortestRoute();
+    });
 }
 
 void Room::OnGetWords(const Incoming& in)
@@ -631,6 +673,11 @@ void Room::OnGetWords(const Incoming& in)
     player.Racing = true;
     player.InGame = true;
     player.RoundClicks = 0;
+    player.Route.clear();
+    player.RouteChars = 0;
+    player.RouteCut = false;
+    player.Arrived = false;
+    player.Verdict.reset();
     SendTo(player, msg::StartGame(m_words));
     ScoreChanged(player);
 }
@@ -638,14 +685,82 @@ void Room::OnGetWords(const Incoming& in)
 void Room::OnNavigate(const Incoming& in)
 {
     Player& player = *in.player;
-    if (!FromNamed(in) || !m_roundRunning || !player.Racing) return;
+    if (!FromNamed(in) || !m_roundRunning || !player.Racing || player.Arrived) return;
     const QString page = GetParam(in.text, u"URL");
     if (page.isEmpty()) return;
+    // A client reports each page once: the same page again is no click.
+    if (!player.Route.isEmpty() && ArticleKey(player.Route.last()) == ArticleKey(page)) return;
     if (IsForbiddenWord(page)) return Disqualify(player, page);
     Increment(player.Clicks);
     Increment(player.RoundClicks);
-    if (ArticleKey(page) == ArticleKey(m_words.at(1))) return Win(player);
+    if (player.RouteChars + page.size() <= kMaxRouteChars) {
+        player.Route.append(page);
+        player.RouteChars += page.size();
+    } else {
+        player.RouteCut = true;
+    }
+    if (ArticleKey(page) == ArticleKey(m_words.at(1))) return Arrive(player);
     ScoreChanged(player);
+}
+
+void Room::Arrive(Player& player)
+{
+    if (!m_encyclopedia) return Win(player);
+    ScoreChanged(player);
+    player.Arrived = true;
+    player.ArrivedMs = m_clock();
+    m_arrivals.push_back(player.Id);
+    if (player.RouteCut) {
+        player.Verdict = RouteVerdict{RouteVerdict::Unchecked, 0, u"the route is too long to check"_s};
+        return SettleArrivals();
+    }
+    const std::weak_ptr<Room*> room = m_self;
+    m_encyclopedia->CheckRoute(QStringList{m_words.at(0)} + player.Route,
+                               [room, round = m_round, id = player.Id](const RouteVerdict& verdict) {
+                                   const auto self = room.lock();
+                                   if (self && *self) (*self)->Verdict(round, id, verdict);
+                               });
+}
+
+void Room::Verdict(quint64 round, quint64 id, const RouteVerdict& verdict)
+{
+    if (round != m_round || !m_roundRunning) return;
+    const auto it = m_players.find(id);
+    if (it == m_players.end() || !it->Arrived) return;
+    it->Verdict = verdict;
+    SettleArrivals();
+}
+
+void Room::SettleArrivals()
+{
+    // Whoever arrived first wins, if the route stands; a later arrival waits for the earlier ones.
+    while (m_roundRunning && !m_arrivals.empty()) {
+        const auto it = m_players.find(m_arrivals.front());
+        if (it == m_players.end() || !it->Arrived || !it->Racing) {
+            m_arrivals.pop_front();
+            continue;
+        }
+        Player& player = *it;
+        if (!player.Verdict) {
+            if (m_clock() - player.ArrivedMs < m_config.RouteCheckMs) return;
+            player.Verdict =
+                RouteVerdict{RouteVerdict::Unchecked, 0,
+                             u"the encyclopedia did not answer within %1 ms"_s.arg(m_config.RouteCheckMs)};
+        }
+        m_arrivals.pop_front();
+        player.Arrived = false;
+        const RouteVerdict verdict = *player.Verdict;
+        if (verdict.kind == RouteVerdict::Impossible) {
+            // The client's own notice would name the destination: the game tells the step instead.
+            Broadcast(
+                msg::Chat(msg::GameSpeaker, u"%1 is out of the round: %2."_s.arg(player.Name, verdict.why)));
+            Disqualify(player, u"an impossible route: "_s + verdict.why);
+            continue;
+        }
+        if (verdict.kind == RouteVerdict::Unchecked)
+            Log(u"route of \"%1\" not checked: %2"_s.arg(player.Name, verdict.why));
+        return Win(player);
+    }
 }
 
 void Room::Disqualify(Player& player, const QString& page)
@@ -673,7 +788,10 @@ void Room::Win(Player& player)
     Log(u"winner \"%1\" in %2 clicks"_s.arg(player.Name).arg(player.RoundClicks));
     m_roundRunning = false;
     for (Player& p : m_players)
-        p.Entered = p.Racing = false;
+        p.Entered = p.Racing = p.Arrived = false;
+    m_arrivals.clear();
+    m_winner = player.Name;
+    m_winnerClicks = player.RoundClicks;
     m_chooser = player.Id;
     m_pathFrom = player.Id;
 }
@@ -684,17 +802,60 @@ void Room::OnSendMyPath(const Incoming& in)
     if (!in.text.contains(u"PATH=")) return;
     m_pathFrom = 0;
     Broadcast(msg::PathIs(GetParam(in.text, u"PATH"), ChooserPlayer()->Name));
+    TellShortestRoute();
 }
 
-void Room::EndRoundWithoutWinner()
+void Room::EndRoundWithoutWinner(const QString& why)
 {
     // Nobody reached the destination: whoever chose these words chooses again.
+    if (!why.isEmpty()) Broadcast(msg::Chat(msg::GameSpeaker, why));
     m_roundRunning = false;
     for (Player& p : m_players)
-        p.Entered = p.Racing = false;
+        p.Entered = p.Racing = p.Arrived = false;
+    m_arrivals.clear();
+    m_winner.clear();
     Player* chooser = ChooserPlayer();
     Broadcast(msg::NewGame(chooser->Name));
-    Log(u"round over without a winner; \"%1\" chooses again"_s.arg(chooser->Name));
+    Log(u"round over without a winner%1; \"%2\" chooses again"_s.arg(
+        why.isEmpty() ? QString() : u" ("_s + why + u')', chooser->Name));
+    TellShortestRoute();
+}
+
+void Room::TellShortestRoute()
+{
+    if (!m_encyclopedia) return;
+    if (!m_shortest) {
+        m_shortestWanted = true;
+        return;
+    }
+    m_shortestWanted = false;
+    Broadcast(msg::Chat(msg::GameSpeaker, ShortestRouteLine()));
+}
+
+QString Room::ShortestRouteLine() const
+{
+    if (!m_shortest) return {};
+    const ShortestRoute& found = *m_shortest;
+    const auto clicks = [](qsizetype n) { return n == 1 ? u"1 click"_s : u"%1 clicks"_s.arg(n); };
+    switch (found.outcome) {
+    case ShortestRoute::Found: {
+        const qsizetype shortest = found.route.size() - 1;
+        QString line =
+            u"The shortest route takes %1: %2."_s.arg(clicks(shortest), found.route.join(u" --> "_s));
+        if (!m_winner.isEmpty())
+            line += m_winnerClicks <= shortest ? u" %1 found one."_s.arg(m_winner)
+                                               : u" %1 took %2."_s.arg(m_winner, clicks(m_winnerClicks));
+        return line;
+    }
+    case ShortestRoute::NoneWithin:
+        return u"No route of up to %1 leads from \"%2\" to \"%3\"."_s.arg(clicks(found.maxClicks),
+                                                                          m_words.value(0), m_words.value(1));
+    case ShortestRoute::OverBudget:
+        return u"No route of up to %1 was found within the search's budget."_s.arg(clicks(found.maxClicks));
+    case ShortestRoute::Unanswered:
+        break;
+    }
+    return u"The encyclopedia did not answer: the shortest route is not known."_s;
 }
 
 bool Room::AnyoneRacing() const
@@ -854,6 +1015,7 @@ QString Room::CheckInvariants() const
             return u"negative score for \"%1\""_s.arg(p.Name);
         if (p.Racing && (!p.Entered || !m_roundRunning))
             return u"\"%1\" racing outside a round"_s.arg(p.Name);
+        if (p.Arrived && !p.Racing) return u"\"%1\" arrived out of the race"_s.arg(p.Name);
         if (m_pending.contains(p.Where)) return u"\"%1\" both playing and pending"_s.arg(p.Name);
     }
     if (m_byName.size() != m_players.size() || m_byEndpoint.size() != m_players.size())

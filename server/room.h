@@ -1,5 +1,6 @@
 #pragma once
 
+#include "encyclopedia.h"
 #include "serverconfig.h"
 
 #include <QHash>
@@ -11,6 +12,8 @@
 #include <QStringView>
 #include <deque>
 #include <functional>
+#include <memory>
+#include <optional>
 #include <random>
 #include <utility>
 
@@ -58,6 +61,13 @@ struct Player
     bool Entered = false; // takes part in the running round, from its start or through "GETWORDS"
     bool Racing = false;  // entered and not disqualified
     QString NoticeFor;    // the page of a disqualification whose game notice is still to come
+    QStringList Route;    // the pages reported this round, in order
+    qsizetype RouteChars = 0;
+    bool RouteCut = false; // too long to keep whole: it cannot be checked
+    // At the destination, waiting for the encyclopedia's word on the route, since ArrivedMs.
+    bool Arrived = false;
+    qint64 ArrivedMs = 0;
+    std::optional<RouteVerdict> Verdict;
     qint64 LastHeardMs = 0;
     // What the player may still have relayed in chat now: lines, bytes; and when it was told it
     // may not, so that it is told once a while and not on every line.
@@ -80,6 +90,10 @@ public:
     using Clock = std::function<qint64()>; // milliseconds, never going back
 
     Room(ServerConfig config, RoomOutput& output, Clock clock = {});
+
+    // The encyclopedia that vouches for wins and finds each round's shortest route; none: every
+    // win stands unchecked, and no route is told.
+    void SetEncyclopedia(Encyclopedia* encyclopedia) { m_encyclopedia = encyclopedia; }
 
     void Handle(const QString& text, const QHostAddress& from, quint16 port);
     // Expires connections that never completed, drops silent players, sends merged updates.
@@ -162,8 +176,18 @@ private:
     void RemovePlayer(quint64 id, Exit how);
     void StartRound(const QString& initial, const QString& destination);
     void Disqualify(Player& player, const QString& page);
+    // At the destination: the win waits for the encyclopedia's word on the route.
+    void Arrive(Player& player);
+    void Verdict(quint64 round, quint64 id, const RouteVerdict& verdict);
+    // Decides the first arrivals whose routes are known (or waited for long enough): an impossible
+    // route disqualifies, any other wins.
+    void SettleArrivals();
     void Win(Player& player);
-    void EndRoundWithoutWinner();
+    // `why`, when given, is told to everyone first as a game line.
+    void EndRoundWithoutWinner(const QString& why = {});
+    // The round's shortest route, told once it is known.
+    void TellShortestRoute();
+    QString ShortestRouteLine() const;
     bool AnyoneRacing() const;
     Player* ChooserPlayer();
 
@@ -207,6 +231,16 @@ private:
 
     bool m_roundRunning = false;
     QStringList m_words;
+    Encyclopedia* m_encyclopedia = nullptr;
+    // Answers of the encyclopedia find the room through this, and nothing once it is gone.
+    std::shared_ptr<Room*> m_self;
+    quint64 m_round = 0; // rounds started, so that a late answer finds its round over
+    qint64 m_roundStartMs = 0;
+    std::deque<quint64> m_arrivals; // players at the destination, in the order they arrived
+    std::optional<ShortestRoute> m_shortest;
+    bool m_shortestWanted = false; // the round is over: tell its shortest route once known
+    QString m_winner;
+    qint32 m_winnerClicks = 0;
     // The winner whose route is still to come. If it never comes nothing is sent in its place: the
     // winner's client opens its chooser on "WINNER" anyway, and the next round ends the wait.
     quint64 m_pathFrom = 0;

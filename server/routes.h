@@ -1,5 +1,6 @@
 #pragma once
 
+#include "encyclopedia.h"
 #include "wikiapi.h"
 
 #include <QElapsedTimer>
@@ -10,22 +11,6 @@
 
 namespace linkhop::server {
 
-// Whether a racer's route could have been clicked: each page must be linked from the one before
-// it (directly or through a redirect), or be a page already on the route (Back and Forward), or be
-// linked from a page the client does not report: the initial article (a return to it is not
-// reported) and the main page.
-struct RouteVerdict
-{
-    enum Kind
-    {
-        Possible,
-        Impossible, // `step` cannot be clicked
-        Unchecked,  // the encyclopedia did not answer
-    };
-    Kind kind = Unchecked;
-    int step = 0; // index of the page that could not be reached, in the route
-    QString why;
-};
 // `route`: the initial article, then each page the racer reported, in order.
 void CheckRoute(WikiApi& api, const QStringList& route, std::function<void(const RouteVerdict&)> done);
 
@@ -64,7 +49,7 @@ public:
     bool Running() const { return m_running; }
 
 Q_SIGNALS:
-    void Finished(const linkhop::server::RouteSearch::Result& result);
+    void Finished(const linkhop::server::ShortestRoute& result);
 
 private:
     struct Side
@@ -80,7 +65,7 @@ private:
     void LevelDone(bool forward, const QStringList& reached);
     bool OverBudget() const;
     bool Usable(const QString& title) const;
-    void Finish(QStringList route, bool exhausted);
+    void Finish(ShortestRoute::Outcome outcome, QStringList route = {});
 
     WikiApi& m_api;
     SearchBudget m_budget;
@@ -91,6 +76,27 @@ private:
     QString m_mainPage;
     Side m_forward;  // next: the page it was reached from
     Side m_backward; // next: the page it links to
+};
+
+// The encyclopedia a server asks, through its API: route checks go before the search.
+class WikiEncyclopedia final : public QObject, public Encyclopedia
+{
+    Q_OBJECT
+    Q_DISABLE_COPY_MOVE(WikiEncyclopedia)
+
+public:
+    WikiEncyclopedia(const QString& site, SearchBudget budget, QObject* parent = nullptr);
+
+    void RoundStarts(const QString& initial, const QString& destination,
+                     std::function<void(const ShortestRoute&)> found) override;
+    void CheckRoute(const QStringList& route, std::function<void(const RouteVerdict&)> done) override;
+
+    WikiApi& Api() { return m_api; }
+
+private:
+    WikiApi m_api;
+    RouteSearch m_search;
+    std::function<void(const ShortestRoute&)> m_found;
 };
 
 } // namespace linkhop::server

@@ -21,7 +21,10 @@ void Warn(QStringList* warnings, const QString& text)
 
 } // namespace
 
-bool IsForbiddenTitle(QStringView title) { return !PageCategory(title).isEmpty(); }
+bool IsForbiddenTitle(QStringView title)
+{
+    return !PageCategory(title).isEmpty();
+}
 
 QStringList FallbackArticles()
 {
@@ -114,6 +117,18 @@ ServerConfig LoadServerConfig(const QString& folder, QStringList* warnings)
     config.BannedSubnets =
         ParseBannedAddresses(SplitServerList(options.LoadOption(u"BannedIPs"_s)), warnings);
     config.Articles = LoadArticles(QDir(folder).filePath(u"articles.txt"_s), warnings);
+    if (const QString minutes = options.LoadOption(u"RoundMinutes"_s).trimmed(); !minutes.isEmpty()) {
+        bool ok = false;
+        const int value = minutes.toInt(&ok);
+        if (ok && value >= 0 && value <= 24 * 60)
+            config.RoundMs = qint64(value) * 60000;
+        else
+            Warn(
+                warnings,
+                u"RoundMinutes: \"%1\" is no number of minutes from 0 to 1440; a round lasts at most %2 minutes."_s
+                    .arg(minutes)
+                    .arg(config.RoundMs / 60000));
+    }
     return config;
 }
 

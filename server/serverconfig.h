@@ -56,9 +56,24 @@ struct ServerConfig
     double FanOutRate = 20000;
     double FanOutByteRate = 2 * 1024 * 1024;
     quint32 Seed = 0; // 0: seeded from the system's entropy
+
+    // The encyclopedia, asked through its API: a host, or a base address; empty: never asked.
+    QString Site;
+    // How long a win waits for the encyclopedia's word on the winner's route before it stands
+    // unchecked.
+    qint64 RouteCheckMs = 2000;
+    // A round that nobody wins ends after this long, 0 for never (option "RoundMinutes", in
+    // minutes). Races are usually won within a few minutes; ten leave a hard one time while freeing
+    // a room whose destination nobody can find.
+    qint64 RoundMs = 10 * 60000;
+    // The search for each round's shortest route: its longest route, requests and time.
+    int SearchMaxClicks = 6;
+    quint64 SearchMaxRequests = 400;
+    qint64 SearchMaxMs = 60000;
 };
 
-// Reads "Welcome", "Password", "BannedNames", "BannedIPs" and the article list from `folder`.
+// Reads "Welcome", "Password", "BannedNames", "BannedIPs", "RoundMinutes" and the article list from
+// `folder`.
 // Every problem worth telling the host about is added to `warnings`.
 ServerConfig LoadServerConfig(const QString& folder, QStringList* warnings = nullptr);
 

@@ -62,20 +62,30 @@ QUrl WikiApi::EndpointOf(const QString& site)
     return base;
 }
 
-void WikiApi::Query(Params params, Page page, std::function<void(bool ok)> done)
+void WikiApi::Query(Params params, Page page, std::function<void(bool ok)> done, Priority priority)
 {
-    m_queue.push_back({std::move(params), std::move(page), std::move(done)});
+    Pending pending{std::move(params), std::move(page), std::move(done), priority == Priority::Urgent};
+    // Urgent questions go before the others, in the order they came.
+    auto at = pending.urgent
+                  ? std::find_if(m_queue.begin(), m_queue.end(), [](const Pending& p) { return !p.urgent; })
+                  : m_queue.end();
+    m_queue.insert(at, std::move(pending));
     SendNext();
 }
 
 void WikiApi::SendNext()
 {
-    if (m_reply || m_waiting || m_queue.empty()) return;
+    if (m_reply || m_waiting) return;
+    if (!m_current) {
+        if (m_queue.empty()) return;
+        m_current = std::move(m_queue.front());
+        m_queue.pop_front();
+    }
     Params params{{u"action"_s, u"query"_s},
                   {u"format"_s, u"json"_s},
                   {u"formatversion"_s, u"2"_s},
                   {u"maxlag"_s, QString::number(kMaxLagSeconds)}};
-    params += m_queue.front().params;
+    params += m_current->params;
     QByteArray query;
     for (const auto& [key, value] : std::as_const(params))
         query += (query.isEmpty() ? "" : "&") + QUrl::toPercentEncoding(key) + '=' +
@@ -95,13 +105,12 @@ void WikiApi::SendNext()
 void WikiApi::Finished(QNetworkReply* reply)
 {
     reply->deleteLater();
-    if (reply != m_reply || m_queue.empty()) return; // ended by Cancel
+    if (reply != m_reply || !m_current) return; // ended by Cancel
     m_reply = nullptr;
-    Pending& current = m_queue.front();
-    const auto fail = [&](const QString& why) {
+    const auto fail = [this](const QString& why) {
         m_lastError = why;
-        const std::function<void(bool)> done = std::move(current.done);
-        m_queue.pop_front();
+        const std::function<void(bool)> done = std::move(m_current->done);
+        m_current.reset();
         done(false);
         SendNext();
     };
@@ -112,9 +121,9 @@ void WikiApi::Finished(QNetworkReply* reply)
     const QJsonObject answer = document.object();
     if (answer.contains(u"error")) {
         const QString code = answer[u"error"][u"code"].toString();
-        if (code == u"maxlag" && current.lagRetries < kLagRetries) {
+        if (code == u"maxlag" && m_current->lagRetries < kLagRetries) {
             // The encyclopedia is busy: ask again once it says it can take us, nothing else meanwhile.
-            ++current.lagRetries;
+            ++m_current->lagRetries;
             const int wait = std::clamp(reply->rawHeader("Retry-After").toInt(), 1, kMaxLagSeconds);
             m_waiting = true;
             const quint64 generation = m_generation;
@@ -129,21 +138,20 @@ void WikiApi::Finished(QNetworkReply* reply)
     }
     const QJsonObject continuation = answer[u"continue"].toObject();
     const quint64 generation = m_generation;
-    if (answer.contains(u"query")) current.page(answer[u"query"].toObject());
+    if (answer.contains(u"query")) m_current->page(answer[u"query"].toObject());
     if (generation != m_generation) return; // the page handler cancelled everything
-    Pending& still = m_queue.front();
     if (!continuation.isEmpty()) {
-        if (++still.pages >= kMaxPages)
+        if (++m_current->pages >= kMaxPages)
             return fail(u"the answer did not end after %1 pages"_s.arg(kMaxPages));
         for (auto it = continuation.begin(); it != continuation.end(); ++it) {
-            still.params.removeIf([&](const auto& item) { return item.first == it.key(); });
-            still.params.append({it.key(), it.value().toString()});
+            m_current->params.removeIf([&](const auto& item) { return item.first == it.key(); });
+            m_current->params.append({it.key(), it.value().toString()});
         }
         SendNext();
         return;
     }
-    const std::function<void(bool)> done = std::move(still.done);
-    m_queue.pop_front();
+    const std::function<void(bool)> done = std::move(m_current->done);
+    m_current.reset();
     done(true);
     SendNext();
 }
@@ -154,6 +162,8 @@ void WikiApi::Cancel()
     m_waiting = false;
     std::deque<Pending> ended;
     ended.swap(m_queue);
+    if (m_current) ended.push_front(std::move(*m_current));
+    m_current.reset();
     if (QNetworkReply* reply = m_reply) {
         m_reply = nullptr;
         reply->disconnect(this);
@@ -170,7 +180,7 @@ void WikiApi::ClearCache()
 }
 
 void WikiApi::Batched(const QStringList& titles, const std::function<Params(const QStringList&)>& params,
-                      const BatchPage& page, std::function<void(bool ok)> done)
+                      const BatchPage& page, std::function<void(bool ok)> done, Priority priority)
 {
     const QList<QStringList> batches = Batches(titles);
     if (batches.isEmpty()) return done(true);
@@ -182,10 +192,11 @@ void WikiApi::Batched(const QStringList& titles, const std::function<Params(cons
             [left, ok, done](bool fine) {
                 *ok = *ok && fine;
                 if (--*left == 0) done(*ok);
-            });
+            },
+            priority);
 }
 
-void WikiApi::Resolve(const QStringList& titles, Answer<QHash<QString, QString>> done)
+void WikiApi::Resolve(const QStringList& titles, Answer<QHash<QString, QString>> done, Priority priority)
 {
     auto resolved = std::make_shared<QHash<QString, QString>>();
     Batched(
@@ -206,10 +217,10 @@ void WikiApi::Resolve(const QStringList& titles, Answer<QHash<QString, QString>>
                 resolved->insert(title, existing.contains(target) ? target : QString());
             }
         },
-        [resolved, done](bool ok) { done(ok ? std::optional(*resolved) : std::nullopt); });
+        [resolved, done](bool ok) { done(ok ? std::optional(*resolved) : std::nullopt); }, priority);
 }
 
-void WikiApi::RedirectsTo(const QStringList& titles, Answer<Links> done)
+void WikiApi::RedirectsTo(const QStringList& titles, Answer<Links> done, Priority priority)
 {
     auto redirects = std::make_shared<Links>();
     Batched(
@@ -227,10 +238,11 @@ void WikiApi::RedirectsTo(const QStringList& titles, Answer<Links> done)
                     to.insert(redirect[u"title"].toString());
             }
         },
-        [redirects, done](bool ok) { done(ok ? std::optional(*redirects) : std::nullopt); });
+        [redirects, done](bool ok) { done(ok ? std::optional(*redirects) : std::nullopt); }, priority);
 }
 
-void WikiApi::LinksAmong(const QStringList& sources, const QStringList& targets, Answer<Links> done)
+void WikiApi::LinksAmong(const QStringList& sources, const QStringList& targets, Answer<Links> done,
+                         Priority priority)
 {
     auto links = std::make_shared<Links>();
     const QList<QStringList> targetBatches = Batches(targets);
@@ -256,7 +268,8 @@ void WikiApi::LinksAmong(const QStringList& sources, const QStringList& targets,
             [links, left, ok, done](bool fine) {
                 *ok = *ok && fine;
                 if (--*left == 0) done(*ok ? std::optional(*links) : std::nullopt);
-            });
+            },
+            priority);
 }
 
 void WikiApi::LinksOf(const QString& title, Answer<QStringList> done)
@@ -300,10 +313,11 @@ void WikiApi::LinksHere(const QStringList& titles, Answer<QHash<QString, QList<B
                     from.append({link[u"title"].toString(), link[u"redirect"].toBool()});
             }
         },
-        [backlinks, done](bool ok) { done(ok ? std::optional(*backlinks) : std::nullopt); });
+        [backlinks, done](bool ok) { done(ok ? std::optional(*backlinks) : std::nullopt); },
+        Priority::Background);
 }
 
-void WikiApi::MainPage(Answer<QString> done)
+void WikiApi::MainPage(Answer<QString> done, Priority priority)
 {
     if (!m_mainPage.isEmpty()) return done(m_mainPage);
     auto title = std::make_shared<QString>();
@@ -314,7 +328,8 @@ void WikiApi::MainPage(Answer<QString> done)
             if (!ok || title->isEmpty()) return done(std::nullopt);
             m_mainPage = *title;
             done(m_mainPage);
-        });
+        },
+        priority);
 }
 
 } // namespace linkhop::server

@@ -39,6 +39,12 @@ public:
     QUrl Endpoint() const { return m_endpoint; }
     void SetTimeout(int ms) { m_timeoutMs = ms; }
 
+    // Urgent questions (a winner waits for them) go before those of a search in the background.
+    enum class Priority
+    {
+        Background,
+        Urgent,
+    };
     template <typename T> using Answer = std::function<void(std::optional<T>)>;
     using Links = QHash<QString, QSet<QString>>;
     struct Backlink
@@ -49,17 +55,19 @@ public:
 
     // Titles as the encyclopedia names its articles: normalised, redirects followed; a title with
     // no article maps to the empty text.
-    void Resolve(const QStringList& titles, Answer<QHash<QString, QString>> done);
+    void Resolve(const QStringList& titles, Answer<QHash<QString, QString>> done,
+                 Priority priority = Priority::Background);
     // The redirects to each title (the title itself not included).
-    void RedirectsTo(const QStringList& titles, Answer<Links> done);
+    void RedirectsTo(const QStringList& titles, Answer<Links> done, Priority priority = Priority::Background);
     // Which of `targets` each of `sources` links to directly.
-    void LinksAmong(const QStringList& sources, const QStringList& targets, Answer<Links> done);
+    void LinksAmong(const QStringList& sources, const QStringList& targets, Answer<Links> done,
+                    Priority priority = Priority::Background);
     // The articles a page links to: redirects followed, missing pages left out.
     void LinksOf(const QString& title, Answer<QStringList> done);
     // The articles that link to each title, redirects among them marked.
     void LinksHere(const QStringList& titles, Answer<QHash<QString, QList<Backlink>>> done);
     // The title of the encyclopedia's main page.
-    void MainPage(Answer<QString> done);
+    void MainPage(Answer<QString> done, Priority priority = Priority::Background);
 
     void ClearCache();
     // Ends the request under way and every queued one; each answers std::nullopt.
@@ -83,20 +91,23 @@ private:
         Params params;
         Page page;
         std::function<void(bool ok)> done;
+        bool urgent = false;
         int pages = 0;
         int lagRetries = 0;
     };
     // One action=query with its continuation: `page` sees each answer's "query", `done` whether all came.
-    void Query(Params params, Page page, std::function<void(bool ok)> done);
+    void Query(Params params, Page page, std::function<void(bool ok)> done,
+               Priority priority = Priority::Background);
     void SendNext();
     void Finished(QNetworkReply* reply);
     // One query per batch of titles; `page` sees each answer with its batch, `done` whether all came.
     void Batched(const QStringList& titles, const std::function<Params(const QStringList&)>& params,
-                 const BatchPage& page, std::function<void(bool ok)> done);
+                 const BatchPage& page, std::function<void(bool ok)> done, Priority priority);
 
     QNetworkAccessManager m_network;
     QUrl m_endpoint;
     int m_timeoutMs = 5000;
+    std::optional<Pending> m_current; // the question under way, through its continuation
     std::deque<Pending> m_queue;
     QPointer<QNetworkReply> m_reply;
     bool m_waiting = false; // for the encyclopedia's lag to pass

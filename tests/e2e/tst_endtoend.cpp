@@ -42,6 +42,7 @@ class ServerLauncher final : public Launcher
 public:
     QProcess process;
     QString output;
+    QString site; // the encyclopedia the server asks
 
     ~ServerLauncher() override
     {
@@ -51,7 +52,7 @@ public:
     bool Start(const QString& program) override
     {
         process.setProgram(program);
-        process.setArguments({u"--bind"_s, TestAddress().toString()});
+        process.setArguments({u"--bind"_s, TestAddress().toString(), u"--site"_s, site});
         process.setWorkingDirectory(QFileInfo(program).absolutePath());
         process.setProcessChannelMode(QProcess::MergedChannels);
         process.setChildProcessModifier([] { ::prctl(PR_SET_PDEATHSIG, SIGKILL); });
@@ -133,11 +134,12 @@ class tst_endtoend : public QObject
         }
     }
     // Bob has won: both chats tell it with the route, the scoreboards agree, and Bob chooses next.
-    void BobWins(const QStringList& route, const QString& scores)
+    // The server, which asked the encyclopedia, then tells the shortest route.
+    void BobWins(const QStringList& route, const QString& scores, const QString& shortest)
     {
         const QString told = kGame + u"Bob has won the round in %1 clicks!\r\n"_s.arg(route.size() - 1) +
                              kGame + u"The winning route was: \r\n" + route.join(u" --> "_s) + u"\r\n" +
-                             kGame + u"Bob now chooses the next words.";
+                             kGame + u"Bob now chooses the next words.\r\n" + kGame + shortest;
         for (const Client* c : {m_alice.get(), m_bob.get()}) {
             QTRY_VERIFY2_WITH_TIMEOUT(c->Transcript().endsWith(told), qPrintable(c->Transcript()),
                                       kPatienceMs);
@@ -154,6 +156,7 @@ private Q_SLOTS:
         QApplication::setQuitOnLastWindowClosed(false); // the program ends through the sessions only
         QVERIFY2(m_wiki.Start(), qPrintable(m_wiki.Error()));
         const SiteConfig site{m_wiki.Host()};
+        m_launcher.site = m_wiki.Url(u"");
         m_alice = std::make_unique<Client>(u"Alice"_s, site, m_launcher);
         m_bob = std::make_unique<Client>(u"Bob"_s, site, m_noLauncher);
         // The host's folder holds the server program and its article list. A copy, not a link: the
@@ -253,7 +256,8 @@ private Q_SLOTS:
         Picture(u"session"_s);
         QVERIFY(b.Click(u"Caf\u00e9"_s));
         QVERIFY(b.Click(kLodz));
-        BobWins({u"AT&T"_s, u"C++"_s, u"Caf\u00e9"_s, kLodz}, u"0 / 0 / 0\r\n1 / 3 / 3\r\n"_s);
+        BobWins({u"AT&T"_s, u"C++"_s, u"Caf\u00e9"_s, kLodz}, u"0 / 0 / 0\r\n1 / 3 / 3\r\n"_s,
+                u"The shortest route takes 1 click: AT&T --> "_s + kLodz + u". Bob took 3 clicks.");
     }
 
     void secondRoundEndsWithADisqualification()
@@ -294,7 +298,8 @@ private Q_SLOTS:
         QVERIFY(b.Click(u"Apple"_s));
         QTRY_VERIFY_WITH_TIMEOUT(b.Caption() == u"Linkhop - Apple"_s && b.Loaded(), kPatienceMs);
         QVERIFY(b.Click(u"Big Apple"_s)); // through the redirect to the destination
-        BobWins({initial, u"Apple"_s, u"New York City"_s}, u"0 / 1 / 1\r\n2 / 5 / 2\r\n"_s);
+        BobWins({initial, u"Apple"_s, u"New York City"_s}, u"0 / 1 / 1\r\n2 / 5 / 2\r\n"_s,
+                u"The shortest route takes 2 clicks: "_s + initial + u" --> Apple --> New York City. Bob found one.");
     }
 };
 

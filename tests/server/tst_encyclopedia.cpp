@@ -1,9 +1,12 @@
 // What the server asks the encyclopedia, against the real engine: whether a route could have been
-// clicked, and the shortest route between two articles on a generated wiki whose routes are known.
+// clicked, and the shortest route between two articles on a generated wiki whose routes are known;
+// and rounds on a real server that asks it.
 #include "linkgraph.h"
 #include "mediawiki.h"
 #include "othersite.h"
+#include "scriptedclient.h"
 #include "scriptedserver.h"
+#include "server/gameserver.h"
 #include "server/routes.h"
 
 #include <QSignalSpy>
@@ -16,6 +19,8 @@ using namespace linkhop::server;
 using namespace linkhop::test;
 
 namespace {
+
+constexpr quint16 kAnn = 47311, kBo = 47312;
 
 RouteVerdict Check(WikiApi& api, const QStringList& route)
 {
@@ -128,18 +133,89 @@ private Q_SLOTS:
         QSignalSpy finished(&search, &RouteSearch::Finished);
         search.Start(from, to);
         QVERIFY(finished.wait(60000));
-        const auto result = finished.first().first().value<RouteSearch::Result>();
-        QVERIFY(!result.exhausted);
+        const auto result = finished.first().first().value<ShortestRoute>();
         if (clicks < 0 || clicks > maxClicks) {
+            QCOMPARE(result.outcome, ShortestRoute::NoneWithin);
             QVERIFY(result.route.isEmpty());
             return;
         }
+        QCOMPARE(result.outcome, ShortestRoute::Found);
         QCOMPARE(result.route.size(), clicks + 1);
         QCOMPARE(result.route.first(), from);
         for (qsizetype i = 1; i < result.route.size(); ++i)
             QVERIFY2(m_graph.Links(result.route[i - 1], result.route[i]),
                      qPrintable(result.route.join(u" --> "_s)));
         qInfo("%d clicks: %llu requests, %lld ms", clicks, result.requests, result.ms);
+    }
+
+    // Rounds on a server that asks the encyclopedia: Bo races, Ann (who chose the words) stays put.
+    void vouchedWins_data()
+    {
+        QTest::addColumn<QString>("initial");
+        QTest::addColumn<QString>("destination");
+        QTest::addColumn<QStringList>("reports"); // Bo's
+        QTest::addColumn<bool>("encyclopediaGone");
+        QTest::addColumn<QString>("told"); // the game line after Bo's route, or why Bo is out
+        QTest::addColumn<int>("clicks");   // Bo's clicks when Bo wins
+        const auto row = [](const char* tag, const char* initial, const char* destination,
+                            const QStringList& reports, bool gone, const char* told, int clicks = 0) {
+            QTest::newRow(tag) << QString::fromUtf8(initial) << QString::fromUtf8(destination) << reports
+                               << gone << QString::fromUtf8(told) << clicks;
+        };
+        row("one click along a link", "Apple", "Łódź", {u"Łódź"_s}, false,
+            "The shortest route takes 1 click: Apple --> Łódź. Bo found one.", 1);
+        row("through a redirect", "Apple", "New York City", {u"New York City"_s}, false,
+            "The shortest route takes 1 click: Apple --> New York City. Bo found one.", 1);
+        row("back and forward", "Apple", "Mercury (planet)",
+            {u"Banana"_s, u"Fruit"_s, u"Banana"_s, u"Fruit"_s, u"Mercury"_s, u"Mercury (planet)"_s}, false,
+            "The shortest route takes 2 clicks: Apple --> Mercury --> Mercury (planet). Bo took 6 clicks.",
+            6);
+        row("one page reported again and again", "Apple", "Fruit",
+            QStringList(150, u"Banana"_s) << u"Fruit"_s, false,
+            "The shortest route takes 1 click: Apple --> Fruit. Bo took 2 clicks.", 2);
+        row("forged in one click", "Volcano", "Łódź", {u"Łódź"_s}, false,
+            "Bo is out of the round: no link leads from \"Volcano\" to \"Łódź\".");
+        row("forged after real clicks", "Volcano", "Łódź", {u"Glacier"_s, u"Apple"_s, u"Canyon"_s, u"Łódź"_s},
+            false, "Bo is out of the round: no link leads from \"Apple\" to \"Canyon\".");
+        row("the encyclopedia gone mid-round", "Apple", "Łódź", {u"Banana"_s, u"Łódź"_s}, true,
+            "The encyclopedia did not answer: the shortest route is not known.", 2);
+    }
+    void vouchedWins()
+    {
+        QFETCH(QString, initial);
+        QFETCH(QString, destination);
+        QFETCH(QStringList, reports);
+        QFETCH(bool, encyclopediaGone);
+        QFETCH(QString, told);
+        QFETCH(int, clicks);
+        ServerConfig config;
+        config.Site = m_wiki.Url(u"");
+        config.RouteCheckMs = 3000;
+        GameServer server(config);
+        QVERIFY(WaitUntil([&] { return server.Start(TestAddress()); }));
+        ScriptedClient ann(kAnn), bo(kBo);
+        QCOMPARE(ann.Join(u"Ann"_s).constLast(), u"PLAYERLIST COUNT=1;P1=Ann;"_s);
+        QCOMPARE(bo.Join(u"Bo"_s).constLast(), u"PLAYERLIST COUNT=2;P1=Ann;P2=Bo;"_s);
+        ann.Send(msg::SetWords(initial, destination));
+        QCOMPARE(bo.NextWithVerb(u"STARTGAME"_s), msg::StartGame({initial, destination}));
+        if (encyclopediaGone) m_wiki.StopServing();
+        const auto serveAgain = qScopeGuard([&] {
+            if (encyclopediaGone) QVERIFY(m_wiki.Serve());
+        });
+        ann.Skip();
+        for (const QString& page : reports)
+            bo.Send(msg::Navigate(u"Bo", page));
+        if (told.startsWith(u"Bo is out")) {
+            QCOMPARE(bo.NextWithVerb(u"DISQUALIFY"_s, 10000), u"DISQUALIFY"_s);
+            QCOMPARE(ann.NextWithVerb(u"CHAT"_s), msg::Chat(msg::GameSpeaker, told));
+            QVERIFY(server.GameRoom().RoundRunning()); // Ann still races
+            return;
+        }
+        QCOMPARE(ann.NextWithVerb(u"WINNER"_s, 10000), u"WINNER NAME=Bo;"_s);
+        QCOMPARE(server.GameRoom().FindPlayer(u"Bo")->RoundClicks, clicks);
+        bo.Send(msg::SendMyPath(u"Bo", (QStringList{initial} + reports).join(u'\r')));
+        QCOMPARE(Verb(ann.NextWithVerb(u"PATHIS"_s)), u"PATHIS"_s);
+        QCOMPARE(ann.NextWithVerb(u"CHAT"_s, 20000), msg::Chat(msg::GameSpeaker, told));
     }
 };
 

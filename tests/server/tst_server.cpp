@@ -192,6 +192,25 @@ private Q_SLOTS:
         QVERIFY(StartRound(bo, ann));
     }
 
+    // A round nobody wins ends in time; its chooser chooses again.
+    void roundTimeLimit()
+    {
+        QVERIFY(StartServer([](ServerConfig& config) { config.RoundMs = 1000; }));
+        ScriptedClient ann(kAnn), bo(kBo);
+        QVERIFY(AnnAndBo(ann, bo));
+        QElapsedTimer clock;
+        QVERIFY(StartRound(ann, bo));
+        clock.start();
+        bo.Send(msg::Navigate(u"Bo", u"Fruit"));
+        QCOMPARE(ann.NextWithVerb(u"CHAT"_s, 5000),
+                 msg::Chat(msg::GameSpeaker, u"Time is up: nobody reached \"Banana\" in 1 second."));
+        QVERIFY(clock.elapsed() >= 900);
+        QCOMPARE(ann.Next(), u"NEWGAME NAME=Ann;"_s);
+        QCOMPARE(bo.NextWithVerb(u"NEWGAME"_s), u"NEWGAME NAME=Ann;"_s);
+        QVERIFY(!room().RoundRunning());
+        QVERIFY(StartRound(ann, bo));
+    }
+
     void silentPlayerIsDropped()
     {
         QVERIFY(StartServer([](ServerConfig& config) { config.SilenceMs = 400; }));
