@@ -20,6 +20,7 @@
 #include <QFile>
 #include <QProcess>
 #include <QWebEnginePage>
+#include <QWebEngineProfile>
 #include <QWebEngineView>
 #include <QWindow>
 
@@ -88,7 +89,11 @@ double BareViewToFirstTitle(const MediaWiki& wiki)
 {
     QElapsedTimer clock;
     clock.start();
+    // A profile of its own that keeps nothing, as the game's browser has: the page's styles and
+    // scripts come afresh, not from an earlier sample's cache. It outlives the view and its page.
+    QWebEngineProfile profile;
     QWebEngineView view;
+    view.setPage(new QWebEnginePage(&profile, &view));
     bool titled = false;
     QObject::connect(view.page(), &QWebEnginePage::titleChanged, &view, [&](const QString& t) { titled |= t == kMainTitle; });
     view.resize(800, 600);
