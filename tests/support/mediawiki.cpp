@@ -120,6 +120,7 @@ bool MediaWiki::Start(const QList<Page>& pages)
         folder.mkpath(sub);
     if (!QFile::link(kMediaWiki, folder.filePath(u"root/w"_s)))
         return Fail(u"cannot link the wiki's scripts"_s);
+    QFile::copy(QStringLiteral(LINKHOP_ICON_PNG), folder.filePath(u"root/linkhop.png"_s));
 
     if (!Run(u"install.php"_s,
              {u"--dbtype=sqlite"_s, u"--dbpath="_s + folder.filePath(u"data"_s), u"--dbname=wiki"_s,

@@ -11,6 +11,8 @@ $wgCanonicalServer = $wgServer;
 $wgArticlePath = '/wiki/$1';
 $wgUsePathInfo = true;
 $wgDefaultSkin = 'vector-2022';
+// A logo of our own instead of the installer's placeholder.
+$wgLogos = [ '1x' => '/linkhop.png', 'icon' => '/linkhop.png' ];
 $wgCacheDirectory = "$linkhopWiki/cache";
 $wgEnableUploads = true;
 $wgUploadDirectory = "$linkhopWiki/root/images";
