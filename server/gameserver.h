@@ -29,8 +29,6 @@ public:
     void Shutdown();
 
     Room& GameRoom() { return m_room; }
-    // The encyclopedia the room asks, when the configuration names a site.
-    WikiEncyclopedia* Encyclopedia() { return m_encyclopedia.get(); }
     const Room& GameRoom() const { return m_room; }
 
     // Read by benchmarks from another thread.

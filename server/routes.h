@@ -33,20 +33,11 @@ class RouteSearch final : public QObject
     Q_DISABLE_COPY_MOVE(RouteSearch)
 
 public:
-    struct Result
-    {
-        QStringList route;      // empty: none found
-        bool exhausted = false; // the budget ran out before the search could end
-        quint64 requests = 0;
-        qint64 ms = 0;
-    };
-
     RouteSearch(WikiApi& api, SearchBudget budget, QObject* parent = nullptr);
 
     // Starts a search; Finished follows, unless Cancel comes first.
     void Start(const QString& from, const QString& to);
     void Cancel();
-    bool Running() const { return m_running; }
 
 Q_SIGNALS:
     void Finished(const linkhop::server::ShortestRoute& result);
@@ -90,8 +81,6 @@ public:
     void RoundStarts(const QString& initial, const QString& destination,
                      std::function<void(const ShortestRoute&)> found) override;
     void CheckRoute(const QStringList& route, std::function<void(const RouteVerdict&)> done) override;
-
-    WikiApi& Api() { return m_api; }
 
 private:
     WikiApi m_api;

@@ -36,7 +36,6 @@ public:
     ~WikiApi() override;
 
     static QUrl EndpointOf(const QString& site);
-    QUrl Endpoint() const { return m_endpoint; }
     void SetTimeout(int ms) { m_timeoutMs = ms; }
 
     // Urgent questions (a winner waits for them) go before those of a search in the background.

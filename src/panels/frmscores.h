@@ -56,13 +56,15 @@ private:
     Session& m_session;
     bool m_unloadAllowed = false;
     ScoreLines m_lines;
-    // What UpdateListSoon was asked for since its refresh was scheduled.
+    // What UpdateListSoon was asked for since its refresh was scheduled; emplace() clears it all.
+    // (No member initialisers: clang cannot construct a nested class that has them inside the
+    // class that holds it.)
     struct Pending
     {
-        bool Player = false;
-        bool Score = false;
-        bool Ping = false;
-        bool Words = false;
+        bool Player;
+        bool Score;
+        bool Ping;
+        bool Words;
     };
     std::optional<Pending> m_pending;
 
