@@ -4,7 +4,8 @@
 #   scripts/setup.sh [--fuzz] [package...]
 #   --fuzz   also clang, libFuzzer's runtime (libclang-rt-dev, on Debian 12 libclang-rt-14-dev,
 #            which holds libclang_rt.fuzzer) and llvm (llvm-symbolizer for readable crash stacks)
-# The tests play on a real encyclopedia engine: Debian's MediaWiki, run by PHP's own web server.
+# The tests play on a real encyclopedia engine: Debian's MediaWiki, run by PHP's own web server,
+# which draws thumbnails of its pictures with PHP's GD (php-gd).
 # The package brings a web server along (Apache, or PHP's FastCGI server); it is installed without
 # starting any service, and left disabled.
 set -euo pipefail
@@ -21,7 +22,7 @@ for arg in "$@"; do
     esac
 done
 
-wiki_packages=(mediawiki php-cli php-sqlite3)
+wiki_packages=(mediawiki php-cli php-sqlite3 php-gd)
 
 missing_of() {
     for package in "$@"; do

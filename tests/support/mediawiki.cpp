@@ -103,7 +103,7 @@ bool MediaWiki::Run(const QString& script, const QStringList& arguments)
     return true;
 }
 
-bool MediaWiki::Start(const QList<Page>& pages)
+bool MediaWiki::Start(const QList<Page>& pages, const QList<Picture>& pictures)
 {
     QElapsedTimer clock;
     clock.start();
@@ -144,14 +144,35 @@ bool MediaWiki::Start(const QList<Page>& pages)
     if (!Run(u"importDump.php"_s, {u"--quiet"_s, dump.fileName()})) return false;
     const bool withImage = std::any_of(pages.cbegin(), pages.cend(),
                                        [](const Page& p) { return p.title == u"File:Linkhop.png"; });
-    if (withImage) {
-        QFile::copy(QStringLiteral(LINKHOP_ICON_PNG), folder.filePath(u"upload/Linkhop.png"_s));
-        if (!Run(u"importImages.php"_s,
-                 {u"--skip-dupes"_s, u"--extensions=png"_s, folder.filePath(u"upload"_s)}))
-            return false;
-    }
+    if (withImage) QFile::copy(QStringLiteral(LINKHOP_ICON_PNG), folder.filePath(u"upload/Linkhop.png"_s));
+    if (!DrawPictures(folder.filePath(u"upload"_s), pages, pictures)) return false;
+    if (!QDir(folder.filePath(u"upload"_s)).isEmpty() &&
+        !Run(u"importImages.php"_s,
+             {u"--skip-dupes"_s, u"--extensions=png,jpg"_s, folder.filePath(u"upload"_s)}))
+        return false;
     if (!Run(u"rebuildrecentchanges.php"_s, {}) || !Serve()) return false;
     m_buildMs = clock.elapsed();
+    return true;
+}
+
+bool MediaWiki::DrawPictures(const QString& folder, const QList<Page>& pages, const QList<Picture>& pictures)
+{
+    QStringList shown;
+    for (const Picture& picture : pictures) {
+        const QString name = picture.name, underscored = QString(name).replace(u' ', u'_');
+        const bool used = std::any_of(pages.cbegin(), pages.cend(), [&](const Page& page) {
+            return std::any_of(page.revisions.cbegin(), page.revisions.cend(), [&](const QString& text) {
+                return text.contains(name) || text.contains(underscored);
+            });
+        });
+        if (used) shown << name + u'=' + picture.colour;
+    }
+    if (shown.isEmpty()) return true;
+    QProcess php;
+    php.setProcessChannelMode(QProcess::MergedChannels);
+    php.start(u"php"_s, QStringList{QStringLiteral(LINKHOP_MEDIAWIKI_FILES "/pictures.php"), folder} + shown);
+    if (!php.waitForFinished(kScriptMs) || php.exitStatus() != QProcess::NormalExit || php.exitCode() != 0)
+        return Fail(u"cannot draw the pictures (php-gd): "_s + QString::fromUtf8(php.readAll().right(2000)));
     return true;
 }
 
@@ -226,7 +247,7 @@ QList<MediaWiki::Page> MediaWiki::NumberedPages(int count)
 QList<MediaWiki::Page> MediaWiki::StandardPages()
 {
     const auto page = [](const QString& title, const QString& text) { return Page{title, {text}}; };
-    return {
+    QList<Page> pages = {
         page(u"Main Page"_s,
              u"Welcome to the test encyclopedia. Start with [[Apple]], [[Banana]] or [[Mercury]]."_s),
         {u"Apple"_s,
@@ -274,6 +295,97 @@ QList<MediaWiki::Page> MediaWiki::StandardPages()
         page(u"Desert"_s, u"A '''desert'''. [[Canyon]] [[Apple]]"_s),
         page(u"Lagoon"_s, u"A '''lagoon'''. [[Canyon]] [[Apple]]"_s),
         page(u"Canyon"_s, u"A '''canyon'''. [[Volcano]] [[Apple]]"_s),
+    };
+    return pages + ReaderPages();
+}
+
+QList<MediaWiki::Picture> MediaWiki::StandardPictures()
+{
+    return {
+        {u"Pear.jpg"_s, u"c8c040"_s},          {u"Pear blossom.jpg"_s, u"e8b0c8"_s},
+        {u"Red apple.jpg"_s, u"c02828"_s},     {u"Quince.jpg"_s, u"e0c020"_s},
+        {u"Search-engine.png"_s, u"3048c0"_s}, {u"List of pears.png"_s, u"40a040"_s},
+        {u"Orchard map.png"_s, u"608040"_s},
+    };
+}
+
+QList<MediaWiki::Page> MediaWiki::ReaderPages()
+{
+    const auto page = [](const QString& title, const QString& text) { return Page{title, {text}}; };
+    return {
+        // The templates the articles are made of, written with parser functions as the English
+        // encyclopedia writes its own.
+        page(u"Template:Infobox fruit"_s, uR"({| class="infobox" style="float:right; clear:right; width:22em"
+|+ {{{name|{{PAGENAME}}}}}
+{{#if:{{{image|}}}|{{!}}-
+{{!}} colspan="2" {{!}} [[File:{{{image}}}|220px|{{{caption|}}}]]{{#if:{{{caption|}}}|<br />{{{caption}}}}}
+}}
+|-
+! Family
+| {{{family|}}}
+|-
+! Grown in
+| {{#if:{{{grown|}}}|{{{grown}}}|unknown}}
+|})"_s),
+        page(u"Template:Hatnote"_s,
+             uR"(<div role="note" class="hatnote navigation-not-searchable">{{{1}}}</div>)"_s),
+        page(u"Template:About"_s,
+             u"{{Hatnote|This article is about {{{1}}}. For {{{2}}}, see [[{{{3}}}]].}}"_s),
+        page(u"Template:Reflist"_s, uR"(<div class="reflist">{{#tag:references|{{{refs|}}}}}</div>)"_s),
+        page(u"Template:Navbox fruit"_s, uR"({| class="navbox mw-collapsible" style="width:100%; clear:both"
+! colspan="2" | [[Fruit]]s
+|-
+! Pomes
+| [[Apple]] · [[Pear]] · [[Quince]]
+|-
+! Elsewhere
+| [[Banana]] · [[Orchard]]
+|})"_s),
+        page(u"Pear"_s, uR"({{About|the fruit|other uses|Pear (disambiguation)}}
+{{Infobox fruit|name=Pear|image=Pear.jpg|caption=A ripe pear|family=[[Fruit]]|grown=[[Orchard]]s}}
+The '''pear''' is the [[Fruit|fruit]] of the [[Pear tree|pear tree]], a close kin of the [[Apple]]<ref name="kin">Pears and apples are pomes, as is the [[Quince]].</ref> and grown in every [[Orchard|orchard]].<ref>Records of the orchard, 1984.</ref>
+
+[[File:Pear blossom.jpg|thumb|left|A pear tree in blossom]]
+== History ==
+Pears were grown long before [[Banana]]s travelled.<ref name="kin" />
+
+== Cultivation ==
+[[File:Search-engine.png|thumb|An engine that finds pears]]
+A pear tree wants a warm wall.
+
+== Gallery ==
+<gallery>
+File:Pear.jpg|Ripe
+File:Pear blossom.jpg|Blossom
+File:List of pears.png|Kinds of pear
+File:Red apple.jpg|An [[Apple]]
+</gallery>
+
+== Map ==
+<imagemap>
+File:Orchard map.png|300px|The orchard
+rect 0 0 400 480 [[Quince]]
+rect 400 0 640 480 [[Apple]]
+desc none
+</imagemap>
+
+== See also ==
+<categorytree mode="pages">Fruit</categorytree>
+
+== References ==
+{{Reflist}}
+
+{{Navbox fruit}}
+[[Category:Pears]])"_s),
+        page(u"Pear tree"_s, u"#REDIRECT [[Pear#Cultivation]]"_s),
+        page(u"Pear (disambiguation)"_s, u"'''Pear''' may refer to:\n* [[Pear]], the fruit\n"
+                                         u"* [[Pear tree]], the tree\n* [[Quince]], once called a pear\n"
+                                         u"{{Disambiguation}}"_s),
+        page(u"Quince"_s, u"[[File:Quince.jpg|thumb|A quince]]\nThe '''quince''' is a [[Fruit|fruit]] like "
+                          u"the [[Pear]].\n\n{{Navbox fruit}}\n[[Category:Pears]]"_s),
+        page(u"Orchard"_s, u"[[File:Red apple.jpg|thumb|An apple of the orchard]]\nAn '''orchard''' grows "
+                           u"[[Apple]]s, [[Pear]]s and [[Quince]]s.\n\n{{Navbox fruit}}"_s),
+        page(u"Category:Pears"_s, u"Pears and their kin.\n\n[[Category:Fruit]]"_s),
     };
 }
 

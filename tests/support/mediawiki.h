@@ -21,14 +21,23 @@ public:
         QStringList revisions; // wikitext, oldest first
     };
 
+    // A picture to upload, drawn afresh: its file name ("Pear.jpg") and its colour ("d2c64b").
+    struct Picture
+    {
+        QString name;
+        QString colour;
+    };
+
     MediaWiki();
     ~MediaWiki();
     Q_DISABLE_COPY_MOVE(MediaWiki)
 
     // Whether PHP and the mediawiki package are installed.
     static bool Available();
-    // Installs the wiki with these pages, then serves it. Errors are in Error().
-    bool Start(const QList<Page>& pages = StandardPages());
+    // Installs the wiki with these pages, and those of the pictures that some page shows, then
+    // serves it. Errors are in Error().
+    bool Start(const QList<Page>& pages = StandardPages(),
+               const QList<Picture>& pictures = StandardPictures());
     // Ends the web server (the encyclopedia goes away); Serve starts it again on the same port.
     void StopServing();
     bool Serve();
@@ -41,13 +50,23 @@ public:
 
     // The test encyclopedia: articles that link to each other, and one page of every kind the game
     // meets (redirect, disambiguation, list, talk and user pages, category, help, portal, project
-    // page, file with its image, a number, "Search engine", titles needing escapes).
+    // page, file with its image, a number, "Search engine", titles needing escapes), and the
+    // ReaderPages.
     static QList<Page> StandardPages();
+    // Articles as readers meet them on the English encyclopedia, with what its extensions make of
+    // them: an infobox from a template, a hatnote, thumbnails and a gallery (the image viewer opens
+    // them; two pictures are named like forbidden pages), footnotes and references, a table of
+    // contents, a clickable image, a category tree, a collapsible navbox; and a disambiguation page
+    // and a redirect to a section. "Pear" has them all.
+    static QList<Page> ReaderPages();
+    // The pictures the ReaderPages show.
+    static QList<Picture> StandardPictures();
     // "Page 1" ... "Page <count>", each linking to the next, the last back to Page 1.
     static QList<Page> NumberedPages(int count);
 
 private:
     bool Run(const QString& script, const QStringList& arguments);
+    bool DrawPictures(const QString& folder, const QList<Page>& pages, const QList<Picture>& pictures);
     bool Fail(const QString& error);
 
     QTemporaryDir m_folder;

@@ -28,3 +28,12 @@ $wgJobRunRate = 0;
 $wgEnableEmail = false;
 $wgShowExceptionDetails = true;
 $wgRateLimits = [];
+
+// What the English encyclopedia runs for its readers, as far as Debian's package ships it: the
+// image viewer, footnotes, parser functions for templates, clickable images, category trees, page
+// images and extracts (for previews), and the visual editor (Parsoid within MediaWiki). Thumbnails
+// are drawn by PHP's GD.
+wfLoadExtensions( [
+	'Cite', 'ParserFunctions', 'ImageMap', 'CategoryTree', 'PageImages', 'TextExtracts',
+	'MultimediaViewer', 'VisualEditor',
+] );
