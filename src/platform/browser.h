@@ -6,8 +6,9 @@
 namespace linkhop {
 
 // The embedded browser the game is played in. Navigate returns at once; BeforeNavigate2 follows
-// for every main-frame navigation (never refused) and TitleChange for every title change, on the
-// user-interface thread.
+// for every main-frame navigation (never refused) and TitleChange for every page, on the
+// user-interface thread. A page is a document the main frame committed, under the title its server
+// sent; what the document's scripts change afterwards (its address's fragment, its title) is not.
 class Browser : public QWidget
 {
     Q_OBJECT

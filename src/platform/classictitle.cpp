@@ -132,4 +132,9 @@ QString ClassicTitle(const QString& title, const QUrl& url, const QUrl& origin, 
     return ArticleTitle(title);
 }
 
+bool IsEditor(const QUrl& url, const SiteConfig& site)
+{
+    return site.IsEncyclopedia(url) && Classify(url).kind == Address::Edit;
+}
+
 } // namespace linkhop

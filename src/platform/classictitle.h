@@ -27,4 +27,7 @@ namespace linkhop {
 // on an article. Pages of other sites pass unchanged.
 QString ClassicTitle(const QString& title, const QUrl& url, const QUrl& origin, const SiteConfig& site);
 
+// Whether an address of the encyclopedia shows an editor ("action=edit", "veaction=edit", ...).
+bool IsEditor(const QUrl& url, const SiteConfig& site);
+
 } // namespace linkhop

@@ -64,6 +64,67 @@ class tst_rounds : public QObject
         return true;
     }
 
+    // Whether a script module of the encyclopedia has come and run on the page.
+    bool Ready(QStringView module)
+    {
+        return Evaluate(*m_browser, u"window.mw && mw.loader.getState('"_s + module + u"') === 'ready'");
+    }
+    // One thing a reader does that the page's scripts answer, done and seen done: "view:<picture>"
+    // opens the image viewer on the picture's first showing, "next", "previous" and "close" work
+    // the viewer; "footnote" and "backlink" follow a footnote's mark and its way back;
+    // "toc:<section>" follows the table of contents; "fold" works the navbox's toggle, "unfold" the
+    // category tree's; "back" and "forward" the browser's history.
+    bool Do(const QString& step)
+    {
+        QWebEnginePage* page = m_browser->Page();
+        const QUrl before = page->url();
+        const auto moved = [&](const std::function<bool(const QString&)>& to) {
+            return WaitUntil([&] { return page->url() != before && to(page->url().fragment()); });
+        };
+        const auto viewing = [](const QString& fragment) { return fragment.startsWith(u"/media/File:"); };
+        if (step.startsWith(u"view:")) {
+            const QString file = step.mid(5).replace(u' ', u'_');
+            const QString name = step.mid(5).section(u'.', 0, -2);
+            // Until its script has come, a picture is a link to its file's page.
+            return Ready(u"mmv.bootstrap.autostart") &&
+                   Press(*m_browser, u"#mw-content-text a[href=\"/wiki/File:"_s + file + u"\"] img") &&
+                   moved([&](const QString& f) { return f == u"/media/File:" + file; }) &&
+                   WaitUntil([&] { return page->title().startsWith(name + u" - "); });
+        }
+        if (step == u"next" || step == u"previous")
+            return Press(*m_browser, u".mw-mmv-"_s + (step == u"next" ? u"next" : u"prev") + u"-image") &&
+                   moved(viewing);
+        if (step == u"close") {
+            QTest::keyClick(m_browser->findChild<QWebEngineView*>()->focusProxy(), Qt::Key_Escape);
+            return moved([&](const QString& f) { return !viewing(f); });
+        }
+        if (step == u"footnote" || step == u"backlink") {
+            const bool mark = step == u"footnote";
+            return ClickLink(*m_browser, mark ? u"sup.reference a"_s : u".mw-cite-backlink a"_s) &&
+                   moved([&](const QString& f) { return f.startsWith(mark ? u"cite_note" : u"cite_ref"); });
+        }
+        if (step.startsWith(u"toc:"))
+            return ClickLink(*m_browser, u"#mw-panel-toc a[href=\"#"_s + step.mid(4) + u"\"]") &&
+                   moved([&](const QString& f) { return f == step.mid(4); });
+        if (step == u"fold") {
+            const QString folded = u"document.querySelector('.navbox').classList.contains('mw-collapsed')"_s;
+            const bool wasFolded = Evaluate(*m_browser, folded, 0);
+            return Press(*m_browser, u".navbox .mw-collapsible-toggle"_s) &&
+                   Evaluate(*m_browser, (wasFolded ? u"!"_s : QString()) + folded);
+        }
+        if (step == u"unfold")
+            return Ready(u"ext.categoryTree") &&
+                   Press(*m_browser, u".CategoryTreeToggle[data-ct-title=\"Pears\"]"_s) &&
+                   Evaluate(*m_browser,
+                            u"document.querySelector('.CategoryTreeChildren a[href=\"/wiki/Quince\"]')"_s);
+        if (step == u"back" || step == u"forward") {
+            page->triggerAction(step == u"back" ? QWebEnginePage::Back : QWebEnginePage::Forward);
+            return moved([](const QString&) { return true; }) &&
+                   WaitUntil([&] { return !m_browser->Busy(); });
+        }
+        return false;
+    }
+
 private Q_SLOTS:
     void initTestCase()
     {
@@ -122,6 +183,8 @@ private Q_SLOTS:
         element("diff", "#mw-content-text a[href*='diff=prev']", "history");
         element("old revision", "#mw-content-text a[href*='oldid=']:not([href*='diff='])", "history");
         element("edit tab", "#ca-edit a", "edit");
+        // The visual editor opens in place, by script: an editor all the same.
+        element("visual editor", "#ca-ve-edit a", "edit");
         element("section anchor", "#mw-content-text a[href='#History']", "");
         element("main page", "a.mw-logo", "");
         element("external", "#mw-content-text a.external[href^='http://example.invalid']", "nowiki");
@@ -201,13 +264,108 @@ private Q_SLOTS:
         QCOMPARE(S().RoutePath, u"Apple\rBanana\rFruit\rBanana\rFruit\r"_s);
     }
 
-    // A title the page takes while the player is already on the way to the next page counts.
-    void titleDuringAnotherNavigation()
+    // A page is what its server sent: a title that a script sets later is no page, also while the
+    // player is already on the way to the next one.
+    void scriptTitlesAreNoPages()
     {
         QVERIFY(Open(m_other.Url(u"/late-title"), u"Loading"_s));
         QVERIFY(ClickLink(*m_browser, u"#stall"_s));
         QVERIFY(m_browser->Busy());
-        QVERIFY(WaitUntil([&] { return m_log->titles.contains(u"Late"_s + kSuffix); }, 5000));
+        QVERIFY(WaitUntil([&] { return m_browser->Page()->title() == u"Late"_s + kSuffix; }, 5000));
+        QTest::qWait(100);
+        QCOMPARE(m_log->titles.last(), u"Loading"_s);
+    }
+
+    // What the encyclopedia's scripts do to an article is no page: the image viewer opening on any
+    // picture (two are named like forbidden pages), stepping through them and closing, footnotes,
+    // the table of contents, a navbox folding, a category tree unfolding, Back and Forward between
+    // them. Nothing is reported; the caption and the route stay the article's.
+    void scriptsMakeNoPages_data()
+    {
+        QTest::addColumn<QStringList>("steps");
+        const auto row = [](const char* tag, const char* steps) {
+            QTest::newRow(tag) << QString::fromUtf8(steps).split(u',');
+        };
+        row("image viewer on a thumbnail", "view:Search-engine.png,close");
+        row("image viewer through the pictures", "view:List of pears.png,previous,previous,next,close");
+        row("image viewer, Back and Forward", "view:Pear.jpg,back,forward,next,back");
+        row("footnote and its way back", "footnote,backlink,back,back,forward");
+        row("table of contents", "toc:Gallery,toc:History,back");
+        row("navbox", "fold,fold");
+        row("category tree", "unfold");
+    }
+    void scriptsMakeNoPages()
+    {
+        QFETCH(QStringList, steps);
+        QVERIFY(StartRound(u"Orchard"_s, u"Zebra"_s));
+        QVERIFY(Click(u"Pear"));
+        QCOMPARE(Report(1), Reported(u"Pear"_s));
+        const qsizetype titles = m_log->titles.size();
+        for (const QString& step : steps)
+            QVERIFY2(Do(step), qPrintable(step));
+        QTest::qWait(300);
+        QCOMPARE(Reports(), QStringList{Reported(u"Pear"_s)});
+        QCOMPARE(m_log->titles.size(), titles);
+        QCOMPARE(m_client->game->windowTitle(), u"Linkhop - Pear"_s);
+        QCOMPARE(S().RoutePath, u"Orchard\rPear\r"_s);
+    }
+
+    // A round over such pages, as a player plays it: what the player clicked is reported, and
+    // Back and Forward report the article they arrive at again; nothing else is.
+    void aRoundOverScriptedPages()
+    {
+        QVERIFY(StartRound(u"Pear (disambiguation)"_s, u"Apple"_s));
+        // The redirect to a section shows its target, then moves the address there by script.
+        QVERIFY(Click(LinkTo(u"Pear tree"), u"Pear"_s + kSuffix));
+        QVERIFY(Evaluate(*m_browser,
+                         u"location.pathname === '/wiki/Pear' && location.hash === '#Cultivation'"_s));
+        for (const QString& step :
+             QStringList{u"view:Search-engine.png"_s, u"next"_s, u"close"_s, u"toc:History"_s, u"footnote"_s})
+            QVERIFY2(Do(step), qPrintable(step));
+        // A link in the reference the footnote opened.
+        QVERIFY(Click(u".references a[href=\"/wiki/Quince\"]"_s, u"Quince"_s + kSuffix));
+        // Back over the footnote and the section to where the redirect put the address; then again.
+        for (const QString& step :
+             {u"back"_s, u"back"_s, u"back"_s, u"forward"_s, u"forward"_s, u"forward"_s})
+            QVERIFY2(Do(step), qPrintable(step));
+        QCOMPARE(m_log->titles.last(), u"Quince"_s + kSuffix);
+        // Quince's picture, then a clickable picture back on the pear's page.
+        QVERIFY(Do(u"view:Quince.jpg"_s) && Do(u"close"_s));
+        QVERIFY(Click(u".navbox a[href=\"/wiki/Pear\"]"_s, u"Pear"_s + kSuffix));
+        QVERIFY(Click(u"img[usemap]"_s, u"Quince"_s + kSuffix));
+        QCOMPARE(Report(6), Reported(u"Quince"_s));
+        QTest::qWait(300);
+        const QStringList route = {u"Pear"_s, u"Quince"_s, u"Pear"_s, u"Quince"_s, u"Pear"_s, u"Quince"_s};
+        QStringList reports;
+        for (const QString& page : route)
+            reports << Reported(page);
+        QCOMPARE(Reports(), reports);
+        QVERIFY(m_client->Deliver(u"WINNER NAME=ann;"_s));
+        QCOMPARE(
+            m_client->Sent(u"SENDMYPATH"_s),
+            QStringList{u"SENDMYPATH NAME=ann;PATH=Pear (disambiguation)\r"_s + route.join(u'\r') + u';'});
+    }
+
+    // Back and Forward bring an entry back as it was first reached: through the encyclopedia's
+    // search, it is a search again; opened by the program (the round's first page), an article.
+    void backKeepsHowAnEntryWasReached()
+    {
+        QVERIFY(StartRound(u"Orchard"_s, u"Zebra"_s));
+        // The search box's suggestion leads through the search to the article.
+        QVERIFY(Search(u"Quin"_s, false));
+        QVERIFY(ClickLink(*m_browser, u".cdx-menu-item a[href*='Quince']"_s));
+        QCOMPARE(Report(1), Reported(u"search"_s));
+        QVERIFY(m_log->WaitForTitle(u"Search"_s + kSuffix));
+        QCOMPARE(m_browser->Page()->url(), QUrl(m_wiki.ArticleUrl(u"Quince")));
+        QVERIFY(Click(u"Pear"));
+        for (const QString& step : {u"back"_s, u"forward"_s, u"back"_s, u"back"_s})
+            QVERIFY2(Do(step), qPrintable(step));
+        QVERIFY(m_log->WaitForTitle(u"Orchard"_s + kSuffix));
+        QTest::qWait(300);
+        QCOMPARE(Reports(), (QStringList{Reported(u"search"_s), Reported(u"Pear"_s), Reported(u"search"_s),
+                                         Reported(u"Pear"_s), Reported(u"search"_s)}));
+        QCOMPARE(m_client->game->windowTitle(), u"Linkhop - Orchard"_s);
+        QCOMPARE(S().RoutePath, u"Orchard\rPear\rPear\r"_s);
     }
 
     // One BeforeNavigate2 per navigation (none for an address rewritten by script); a page loaded

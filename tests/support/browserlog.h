@@ -28,6 +28,10 @@ struct BrowserLog final : QObject
 // Clicks the first element matching a CSS selector with the mouse once the page has loaded (the
 // browser must be shown); whether a navigation started.
 bool ClickLink(WebEngineBrowser& browser, const QString& selector);
+// Clicks it once, where a page's script answers the click (a button, a toggle); whether it showed.
+bool Press(WebEngineBrowser& browser, const QString& selector);
+// Waits until a JavaScript expression holds on the page shown.
+bool Evaluate(WebEngineBrowser& browser, const QString& condition, int timeoutMs = 15000);
 // The selector of the article text's first link to a title, as the encyclopedia writes its links.
 QString LinkTo(QStringView title);
 

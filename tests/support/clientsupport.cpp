@@ -10,6 +10,8 @@
 #include <QUrl>
 #include <QWebEnginePage>
 #include <QWebEngineView>
+#include <optional>
+#include <utility>
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -114,35 +116,57 @@ QString LinkTo(QStringView title)
            QString::fromLatin1(QUrl::toPercentEncoding(name, ":/(),!*@$;#")) + u"\"]";
 }
 
-bool ClickLink(WebEngineBrowser& browser, const QString& selector)
+namespace {
+
+// The middle of the first line of the first element matching `selector` that shows on the page,
+// scrolled into view once the page has loaded; empty when there is none. Scripts may add it a
+// little later (the search box's suggestions).
+std::optional<QPoint> Locate(WebEngineBrowser& browser, const QString& selector)
 {
     // A title can come before its document has loaded (from history, on going back).
-    if (!WaitUntil([&] { return !browser.Busy(); }, 15000)) return false;
-    // The first element that shows on the page, at the middle of its first line: a link that wraps
-    // has nothing of its own at the middle of its box.
+    if (!WaitUntil([&] { return !browser.Busy(); }, 15000)) return std::nullopt;
+    // A link that wraps has nothing of its own at the middle of its box; a picture with a map has
+    // the map's areas over it.
     const QString locate =
         u"(function () { var all = document.querySelectorAll("_s + JavaScriptString(selector) +
         u"); for (var i = 0; i < all.length; ++i) { var e = all[i]; if (!e.getClientRects().length) continue;"
         u" e.scrollIntoView({block: 'center'}); var r = e.getClientRects()[0];"
         u" var x = r.left + r.width / 2, y = r.top + r.height / 2; var hit = document.elementFromPoint(x, y);"
-        u" if (hit && (hit === e || e.contains(hit) || hit.contains(e))) return [x, y]; } return null; })()";
-    // Scripts may add it a little later (the search box's suggestions).
-    QVariantList centre;
+        u" if (hit && (hit === e || e.contains(hit) || hit.contains(e) ||"
+        u" (hit.localName === 'area' && e.useMap === '#' + hit.parentElement.name))) return [x, y]; }"
+        u" return null; })()";
+    // Where it stays: a page that still scrolls (smoothly, to a section) moves it under the mouse.
+    QVariantList centre, before;
     QPointer<WebEngineBrowser> guard(&browser);
-    for (QDeadlineTimer deadline(5000); guard && centre.size() != 2 && !deadline.hasExpired();) {
+    for (QDeadlineTimer deadline(5000); guard && (centre.size() != 2 || centre != before);) {
+        if (deadline.hasExpired()) return std::nullopt;
+        before = std::exchange(centre, {});
         bool answered = false;
         browser.Page()->runJavaScript(locate, [&](const QVariant& result) {
             centre = result.toList();
             answered = true;
         });
-        if (!WaitUntil([&] { return answered || !guard; }, 15000)) return false;
-        if (centre.size() != 2) WaitUntil([] { return false; }, 50);
+        if (!WaitUntil([&] { return answered || !guard; }, 15000)) return std::nullopt;
+        if (centre.size() != 2 || centre != before) WaitUntil([] { return false; }, 50);
     }
-    if (!guard || centre.size() != 2) return false;
+    if (!guard) return std::nullopt;
+    return QPoint(qRound(centre[0].toDouble()), qRound(centre[1].toDouble()));
+}
+
+QWidget* MouseTarget(WebEngineBrowser& browser)
+{
     auto* view = browser.findChild<QWebEngineView*>();
-    QWidget* target = view ? view->focusProxy() : nullptr;
-    if (!target) return false;
-    const QPoint point(qRound(centre[0].toDouble()), qRound(centre[1].toDouble()));
+    return view ? view->focusProxy() : nullptr;
+}
+
+} // namespace
+
+bool ClickLink(WebEngineBrowser& browser, const QString& selector)
+{
+    const std::optional<QPoint> point = Locate(browser, selector);
+    QWidget* target = MouseTarget(browser);
+    if (!point || !target) return false;
+    QPointer<WebEngineBrowser> guard(&browser);
     // Only a user's click adds a history entry that going back stops at; the engine ignores input
     // until a new page has been painted, so the click is repeated until a navigation starts.
     bool navigated = false;
@@ -152,7 +176,7 @@ bool ClickLink(WebEngineBrowser& browser, const QString& selector)
     const auto jump =
         QObject::connect(browser.Page(), &QWebEnginePage::urlChanged, &browser, [&] { navigated = true; });
     for (int attempt = 0; attempt < 50 && guard && !navigated; ++attempt) {
-        QTest::mouseClick(target, Qt::LeftButton, {}, point);
+        QTest::mouseClick(target, Qt::LeftButton, {}, *point);
         WaitUntil([&] { return navigated || !guard; }, 200);
     }
     if (guard) {
@@ -160,6 +184,32 @@ bool ClickLink(WebEngineBrowser& browser, const QString& selector)
         QObject::disconnect(jump);
     }
     return navigated;
+}
+
+bool Press(WebEngineBrowser& browser, const QString& selector)
+{
+    const std::optional<QPoint> point = Locate(browser, selector);
+    QWidget* target = MouseTarget(browser);
+    if (!point || !target) return false;
+    QTest::mouseClick(target, Qt::LeftButton, {}, *point);
+    return true;
+}
+
+bool Evaluate(WebEngineBrowser& browser, const QString& condition, int timeoutMs)
+{
+    QPointer<WebEngineBrowser> guard(&browser);
+    const QDeadlineTimer deadline(timeoutMs);
+    while (guard) {
+        bool answered = false, holds = false;
+        browser.Page()->runJavaScript(u"!!("_s + condition + u')', [&](const QVariant& result) {
+            holds = result.toBool();
+            answered = true;
+        });
+        if (!WaitUntil([&] { return answered || !guard; }, 15000)) return false;
+        if (holds || deadline.hasExpired()) return holds;
+        WaitUntil([] { return false; }, 50);
+    }
+    return false;
 }
 
 } // namespace linkhop::test
