@@ -10,7 +10,6 @@
 #include <QTimer>
 #include <QUdpSocket>
 #include <QVariant>
-#include <algorithm>
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -80,7 +79,7 @@ void UdpEndpoint::Close()
     m_socket->close();
     m_inbox.clear();
     m_inboxBytes = 0;
-    m_shedAfterBytes = 0;
+    m_reserveBytes = 0;
     m_queue.clear();
     if (m_lookupId >= 0) QHostInfo::abortHostLookup(m_lookupId);
     m_lookupId = -1;
@@ -144,41 +143,57 @@ void UdpEndpoint::Drain()
     while (m_socket->hasPendingDatagrams()) {
         QNetworkDatagram datagram = m_socket->receiveDatagram();
         if (!datagram.isValid()) continue;
-        const qsizetype bytes = datagram.data().size();
-        if (m_inboxBytes + bytes > m_inboxLimit) Shed();
-        // What nothing supersedes is dropped here, at the cost of a read: a flood of it cannot
-        // grow the inbox without end.
-        if (m_inboxBytes + bytes > m_inboxLimit) continue;
-        QString key = m_supersedeKey ? m_supersedeKey(datagram.data()) : QString();
-        m_inboxBytes += bytes;
-        m_inbox.append({std::move(datagram), std::move(key)});
+        Triage triage = m_triage ? m_triage(datagram.data()) : Triage();
+        const qsizetype cost = datagram.data().size() + kEntryBytes;
+        if (triage.kind == Triage::Kept) {
+            // Beyond its reserve, a flood of datagrams that read as kept ones: the first stay.
+            if (m_reserveBytes + cost > m_reserveLimit) continue;
+            m_reserveBytes += cost;
+        } else {
+            if (m_inboxBytes + cost > m_inboxLimit) Shed();
+            if (m_inboxBytes + cost > m_inboxLimit) continue; // larger than half the inbox
+            m_inboxBytes += cost;
+        }
+        m_inbox.append({std::move(datagram), std::move(triage), cost});
     }
     ScheduleDelivery();
 }
 
 void UdpEndpoint::Shed()
 {
-    if (!m_supersedeKey || m_shedAfterBytes > 0) return;
-    // From the newest back: a keyed datagram goes when a later one of its key follows it with only
-    // keyed datagrams between them.
+    // Down to half the inbox at once, so that a flood costs one pass over it per half inbox.
+    qsizetype excess = m_inboxBytes - m_inboxLimit / 2;
+    QList<bool> go(m_inbox.size(), false);
+    // From the newest back: a Latest datagram goes when a later one of its key follows it with no
+    // kept datagram between them.
     QSet<QString> later;
-    QList<bool> superseded(m_inbox.size(), false);
-    for (qsizetype i = m_inbox.size() - 1; i >= 0; --i) {
-        const QString& key = m_inbox[i].key;
-        if (key.isEmpty())
+    for (qsizetype i = m_inbox.size() - 1; i >= 0 && excess > 0; --i) {
+        const Received& r = m_inbox[i];
+        if (r.triage.kind == Triage::Kept) {
             later.clear();
-        else if (later.contains(key))
-            superseded[i] = true;
-        else
-            later.insert(key);
+        } else if (r.triage.kind == Triage::Latest) {
+            if (later.contains(r.triage.key)) {
+                go[i] = true;
+                excess -= r.cost;
+            } else {
+                later.insert(r.triage.key);
+            }
+        }
+    }
+    // Then the oldest expendable ones, then the oldest of the rest.
+    for (const Triage::Kind kind : {Triage::Expendable, Triage::Latest}) {
+        for (qsizetype i = 0; i < m_inbox.size() && excess > 0; ++i) {
+            if (go[i] || m_inbox[i].triage.kind != kind) continue;
+            go[i] = true;
+            excess -= m_inbox[i].cost;
+        }
     }
     qsizetype i = 0;
     m_inbox.removeIf([&](const Received& r) {
-        const bool drop = superseded[i++];
-        if (drop) m_inboxBytes -= r.datagram.data().size();
-        return drop;
+        if (!go[i++]) return false;
+        m_inboxBytes -= r.cost;
+        return true;
     });
-    if (m_inboxBytes > m_inboxLimit / 4 * 3) m_shedAfterBytes = m_inboxLimit / 4;
 }
 
 void UdpEndpoint::ScheduleDelivery()
@@ -195,9 +210,9 @@ void UdpEndpoint::Deliver()
     // Handlers that take long (a long chat line, a long roster to show) count by time as well.
     const QDeadlineTimer turn(kBatchMs, Qt::PreciseTimer);
     for (int handled = 0; handled < kBatch && !turn.hasExpired() && !m_inbox.isEmpty(); ++handled) {
-        const QNetworkDatagram datagram = m_inbox.takeFirst().datagram;
-        m_inboxBytes -= datagram.data().size();
-        m_shedAfterBytes = std::max<qsizetype>(0, m_shedAfterBytes - datagram.data().size());
+        const Received next = m_inbox.takeFirst();
+        (next.triage.kind == Triage::Kept ? m_reserveBytes : m_inboxBytes) -= next.cost;
+        const QNetworkDatagram& datagram = next.datagram;
         // The rest follow after other events had their turn, or nested when this handler lets
         // events run.
         ScheduleDelivery();

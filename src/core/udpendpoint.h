@@ -39,23 +39,43 @@ public:
     void SendData(const QString& text);
     void SendTo(const QString& text, const QHostAddress& address, quint16 port);
 
-    // A key for each received datagram, from its bytes on the wire. A later datagram with the
-    // same non-empty key supersedes an earlier one when only keyed datagrams come between them:
-    // handling the later one alone leaves the same state as handling both. Every other datagram
-    // has the empty key.
-    using SupersedeKey = std::function<QString(QByteArrayView datagram)>;
-    void SetSupersedeKey(SupersedeKey key) { m_supersedeKey = std::move(key); }
+    // What a received datagram is to its handlers, from its bytes on the wire, for when a flood
+    // fills the inbox. Kept datagrams wait in a reserve of their own that nothing else can fill,
+    // and are never let go. Of the others, a Latest datagram goes first when a later one of its key
+    // follows it with no kept datagram between them (handling the later one alone leaves the same
+    // state as handling both); then, oldest first, the Expendable ones; then the oldest Latest
+    // ones. Without a triage every datagram is Expendable.
+    struct Triage
+    {
+        enum Kind : quint8
+        {
+            Expendable,
+            Latest,
+            Kept,
+        };
+        Kind kind = Expendable;
+        QString key; // of a Latest datagram
+    };
+    using Triager = std::function<Triage(QByteArrayView datagram)>;
+    void SetTriage(Triager triage) { m_triage = std::move(triage); }
 
     // Datagrams handled per event-loop turn before the rest wait for the next turn, so that a
     // flood cannot hold the event loop; a turn also ends once its handlers have taken kBatchMs.
-    // Every datagram read is handled, however long it waits for its turn.
+    // Every datagram read waits for its turn, however long that takes, unless a flood makes it go.
     static constexpr int kBatch = 64;
     static constexpr int kBatchMs = 10;
-    // Received datagrams waiting for their turn, by their bytes on the wire. When a flood fills
-    // the inbox, the waiting datagrams that later ones supersede make room; only what nothing
-    // supersedes is dropped beyond it. Tests shorten it.
+    // What waiting datagrams may hold, counted as their bytes on the wire and kEntryBytes each
+    // (what keeping one costs besides its bytes): the kept ones in their reserve, the others in
+    // the inbox. A full inbox lets go of the least needed until it is half full; a full reserve
+    // takes no more kept datagrams until some are handled. Tests shorten both.
+    static constexpr qsizetype kEntryBytes = 256;
     static constexpr qsizetype kInboxLimitBytes = 8 << 20;
+    static constexpr qsizetype kReserveLimitBytes = 2 << 20;
     void SetInboxLimit(qsizetype bytes) { m_inboxLimit = bytes; }
+    void SetReserveLimit(qsizetype bytes) { m_reserveLimit = bytes; }
+    // What the waiting datagrams hold now, counted so.
+    qsizetype InboxBytes() const { return m_inboxBytes; }
+    qsizetype ReserveBytes() const { return m_reserveBytes; }
 
 Q_SIGNALS:
     void DataArrival(const QString& text, const QHostAddress& sender, quint16 senderPort);
@@ -71,7 +91,8 @@ private:
     struct Received
     {
         QNetworkDatagram datagram;
-        QString key; // empty unless a later datagram may supersede it
+        Triage triage;
+        qsizetype cost = 0; // its bytes and kEntryBytes
     };
     void Drain();
     void Shed();
@@ -80,13 +101,12 @@ private:
     void FlushQueue();
     void ReportSocketError();
     QUdpSocket* m_socket = nullptr;
-    QList<Received> m_inbox;
+    QList<Received> m_inbox; // in the order received, kept ones among the others
     qsizetype m_inboxBytes = 0;
+    qsizetype m_reserveBytes = 0;
     qsizetype m_inboxLimit = kInboxLimitBytes;
-    // After shedding that left the inbox nearly full, what the handlers take from it before the
-    // next attempt: shedding that frees little does not run again and again for nothing.
-    qsizetype m_shedAfterBytes = 0;
-    SupersedeKey m_supersedeKey;
+    qsizetype m_reserveLimit = kReserveLimitBytes;
+    Triager m_triage;
     bool m_deliveryScheduled = false;
     QHash<QString, QHostAddress> m_resolved;
     QList<Pending> m_queue;

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "core/udpendpoint.h"
+
 #include <QByteArrayView>
 #include <QString>
 
@@ -17,9 +19,12 @@ public:
     SessionDispatcher(Session& session, frmGame& game) : m_session(session), m_game(game) {}
 
     void Handle(const QString& message);
-    // Scores and pings: the key under which a later one of the same kind for the same player
-    // supersedes a waiting one (UdpEndpoint::SupersedeKey). Empty for every other message.
-    static QString SupersedeKey(QByteArrayView datagram);
+    // What a datagram waiting for its turn is when a flood fills the session's inbox: what the
+    // round hangs on and only the server says is kept (round starts and ends, winners, routes,
+    // disqualifications, words, pages to open, players coming and going, the game's own chat
+    // lines); a score, a ping from a player or the server's ping is superseded by a later one of
+    // its kind and player; chat and anything else is expendable.
+    static UdpEndpoint::Triage TriageOf(QByteArrayView datagram);
 
     // Longest wait for the round's first page before the round starts regardless.
     static constexpr int kFirstPageWaitMs = 20000;

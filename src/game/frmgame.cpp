@@ -44,8 +44,8 @@ frmGame::frmGame(Session& session) : QWidget(nullptr), m_session(session), m_dis
     }
     wsGame = new UdpEndpoint(this);
     wsGame->setObjectName(u"wsGame"_s);
-    // Under a flood, old scores and pings make room before anything else would.
-    wsGame->SetSupersedeKey(&SessionDispatcher::SupersedeKey);
+    // Under a flood, old scores and pings make room first, then chat and junk; never the round.
+    wsGame->SetTriage(&SessionDispatcher::TriageOf);
     connect(wsGame, &UdpEndpoint::DataArrival, this,
             [this](const QString& text) { m_dispatcher.Handle(text); });
 

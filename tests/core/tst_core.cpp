@@ -338,55 +338,69 @@ private Q_SLOTS:
         QVERIFY(deliveredWhenOthersRan > 0 && deliveredWhenOthersRan <= 2 * UdpEndpoint::kBatch);
     }
 
-    // Datagrams read while a handler runs wait for their turn however long it takes; a full inbox
-    // makes room by letting go of what later datagrams supersede, and beyond that drops arrivals.
+    // Datagrams read while a handler runs wait for their turn however long it takes. A full inbox
+    // lets go, until it is half full, of what later datagrams supersede, then of the expendable
+    // ones, oldest first, then of the oldest of the rest; kept ones wait in a reserve of their own,
+    // and a full reserve takes no more.
     void inboxKeepsItsDatagrams_data()
     {
-        QTest::addColumn<int>("limit"); // bytes; 0 for the endpoint's own
+        QTest::addColumn<int>("limit");   // datagrams of four bytes the inbox holds; 0 for its own limit
+        QTest::addColumn<int>("reserve"); // and its reserve
         QTest::addColumn<int>("firstTakesMs");
-        QTest::addColumn<QStringList>("after"); // sent behind "first" at once
+        QTest::addColumn<QStringList>("sent"); // all read at once
         QTest::addColumn<QStringList>("delivered");
+        // "a:01" supersedes "a:00"; "!k01" is kept; anything else is expendable.
+        const auto row = [](const char* tag, int limit, int reserve, const char* sent,
+                            const char* delivered) {
+            QTest::newRow(tag) << limit << reserve << 0 << QString::fromLatin1(sent).split(u' ')
+                               << QString::fromLatin1(delivered).split(u' ');
+        };
         QStringList many;
         for (int i = 0; i < 100; ++i)
             many << u"SCOREIS NAME=%1;"_s.arg(i);
-        QTest::newRow("a slow handler") << 0 << 1200 << many << QStringList{u"first"_s} + many;
-        const QStringList keyed = {u"a:1"_s,  u"b:1"_s,  u"a:2"_s,  u"b:2"_s,  u"a:3"_s, u"b:3"_s, u"a:4"_s,
-                                   u"b:4"_s,  u"a:5"_s,  u"a:6"_s,  u"a:7"_s,  u"a:8"_s, u"!go"_s, u"a:9"_s,
-                                   u"a:10"_s, u"a:11"_s, u"a:12"_s, u"a:13"_s, u"a:14"_s};
-        QTest::newRow("superseded make room")
-            << 64 << 0 << keyed
-            << QStringList{u"first"_s, u"b:4"_s, u"a:8"_s, u"!go"_s, u"a:13"_s, u"a:14"_s};
-        QStringList unkeyed;
-        for (int i = 10; i < 30; ++i)
-            unkeyed << u"!x"_s + QString::number(i);
-        QTest::newRow("nothing superseded")
-            << 64 << 0 << unkeyed << QStringList{u"first"_s} + unkeyed.first(14);
+        QTest::newRow("a slow handler")
+            << 0 << 0 << 1200 << QStringList{u"frst"_s} + many << QStringList{u"frst"_s} + many;
+        row("superseded first, never across a kept one", 4, 4, "j001 a:01 a:02 !k01 a:03 a:04 a:05",
+            "a:02 !k01 a:03 a:04 a:05");
+        row("then chat and junk, oldest first", 4, 4, "j001 j002 j003 j004 j005 j006", "j003 j004 j005 j006");
+        row("then the oldest of the rest", 4, 4, "a:01 b:01 j001 c:01 d:01", "b:01 c:01 d:01");
+        row("kept ones in their reserve, as many as it holds", 4, 3,
+            "j001 !k01 j002 j003 !k02 j004 j005 j006 !k03 j007 !k04 j008",
+            "!k01 !k02 j005 j006 !k03 j007 j008");
     }
     void inboxKeepsItsDatagrams()
     {
         QFETCH(int, limit);
+        QFETCH(int, reserve);
         QFETCH(int, firstTakesMs);
-        QFETCH(QStringList, after);
+        QFETCH(QStringList, sent);
         QFETCH(QStringList, delivered);
         UdpEndpoint client;
         QVERIFY(client.Bind(u"7216"_s));
-        if (limit > 0) client.SetInboxLimit(limit);
-        // "a:1" supersedes "a:0" unless a datagram without ":" comes between them.
-        client.SetSupersedeKey([](QByteArrayView datagram) {
+        const qsizetype each = UdpEndpoint::kEntryBytes + 4;
+        if (limit > 0) client.SetInboxLimit(limit * each);
+        if (reserve > 0) client.SetReserveLimit(reserve * each);
+        client.SetTriage([](QByteArrayView datagram) -> UdpEndpoint::Triage {
+            if (datagram.startsWith("!")) return {UdpEndpoint::Triage::Kept, {}};
             const qsizetype colon = datagram.indexOf(':');
-            return colon < 0 ? QString() : QString::fromLatin1(datagram.first(colon));
+            if (colon < 0) return {};
+            return {UdpEndpoint::Triage::Latest, QString::fromLatin1(datagram.first(colon))};
         });
         QStringList texts;
+        qsizetype most = 0;
         connect(&client, &UdpEndpoint::DataArrival, this, [&](const QString& text) {
+            most = std::max(most, client.InboxBytes() + client.ReserveBytes());
             texts << text;
-            if (text == u"first"_s) QThread::msleep(firstTakesMs);
+            if (texts.size() == 1) QThread::msleep(firstTakesMs);
         });
         // All in the socket's buffer before the endpoint reads any.
-        for (const QString& text : QStringList{u"first"_s} + after)
+        for (const QString& text : sent)
             Send(7216, text.toLatin1());
         QVERIFY(WaitUntil([&] { return texts.size() >= delivered.size(); }));
         QTest::qWait(50);
         QCOMPARE(texts, delivered);
+        if (limit > 0) QCOMPARE_LE(most, (limit + reserve) * each);
+        QCOMPARE(client.InboxBytes() + client.ReserveBytes(), 0);
     }
 
     // A handler that lets events run receives what arrives meanwhile; one that closes, nothing more.

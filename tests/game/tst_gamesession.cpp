@@ -115,26 +115,48 @@ private Q_SLOTS:
         QCOMPARE(Label(f.S().Scores(), "lblScores"), scores); // never refreshed
     }
 
-    // Which waiting datagram a later one may supersede when a flood fills the inbox: only scores
-    // and pings that set every field they carry.
-    void supersedeKeys_data()
+    // What each datagram is when a flood fills the inbox: the round's messages and the game's own
+    // lines are kept; scores and pings that set every field they carry, and the server's ping, are
+    // superseded by a later one of their kind and player; chat and everything else is expendable.
+    void triage_data()
     {
         QTest::addColumn<QString>("message");
+        QTest::addColumn<int>("kind");
         QTest::addColumn<QString>("key");
-        QTest::newRow("score") << u"SCOREIS NAME=bo;WINS=1;CLICK=2;RCLICK=3;INGAME=no;"_s << u"SCOREIS bo"_s;
+        const int expendable = UdpEndpoint::Triage::Expendable, latest = UdpEndpoint::Triage::Latest,
+                  kept = UdpEndpoint::Triage::Kept;
+        QTest::newRow("score") << u"SCOREIS NAME=bo;WINS=1;CLICK=2;RCLICK=3;INGAME=no;"_s << latest
+                               << u"SCOREIS bo"_s;
         QTest::newRow("score faulting half-way")
-            << u"SCOREIS NAME=bo;WINS=1;CLICK=x;RCLICK=3;"_s << QString();
-        QTest::newRow("score without round clicks") << u"SCOREIS NAME=bo;WINS=1;CLICK=2;"_s << QString();
-        QTest::newRow("ping") << u"PINGIS NAME=Bo;PING=40;"_s << u"PINGIS Bo"_s;
-        QTest::newRow("ping out of range") << u"PINGIS NAME=bo;PING=2147483648;"_s << QString();
-        QTest::newRow("round start") << u"STARTGAME COUNT=1;WORD0=A;WORD1=B;"_s << QString();
-        QTest::newRow("chat about scores") << u"CHAT NAME=bo;TEXT=SCOREIS NAME=bo;PING=1;"_s << QString();
+            << u"SCOREIS NAME=bo;WINS=1;CLICK=x;RCLICK=3;"_s << expendable << QString();
+        QTest::newRow("score without round clicks")
+            << u"SCOREIS NAME=bo;WINS=1;CLICK=2;"_s << expendable << QString();
+        QTest::newRow("ping") << u"PINGIS NAME=Bo;PING=40;"_s << latest << u"PINGIS Bo"_s;
+        QTest::newRow("ping out of range") << u"PINGIS NAME=bo;PING=2147483648;"_s << expendable << QString();
+        QTest::newRow("the server's ping") << u"PING TIME=12;"_s << latest << u"PING"_s;
+        for (const QString& message :
+             {msg::StartGame({u"A"_s, u"B"_s}), msg::Winner(u"bo"), msg::NewGame(u"bo"), msg::Disqualify(),
+              msg::PathIs(u"A\rB", u"bo"), msg::SetRandom(u"A", 1), msg::NavigateTo(u"A"), msg::Join(u"di"),
+              msg::Leave(u"di"), msg::Drop(u"di"), u"MESSAGE Welcome"_s, msg::Disconnected()})
+            QTest::newRow(qPrintable(Verb(message))) << message << kept << QString();
+        QTest::newRow("a game line") << u"CHAT NAME=GAME;TEXT=bo is out of the round."_s << kept << QString();
+        QTest::newRow("chat") << u"CHAT NAME=bo;TEXT=NAME=GAME;"_s << expendable << QString();
+        QTest::newRow("chat about scores")
+            << u"CHAT NAME=bo;TEXT=SCOREIS NAME=bo;PING=1;"_s << expendable << QString();
+        QTest::newRow("the time") << u"TIME TIME=10:00;DATE=today;"_s << expendable << QString();
+        QTest::newRow("a verb in other letters")
+            << u"startgame COUNT=1;WORD0=A;WORD1=B;"_s << expendable << QString();
+        QTest::newRow("a verb run on") << u"STARTGAMES COUNT=1;"_s << expendable << QString();
+        QTest::newRow("nothing") << QString() << expendable << QString();
     }
-    void supersedeKeys()
+    void triage()
     {
         QFETCH(QString, message);
+        QFETCH(int, kind);
         QFETCH(QString, key);
-        QCOMPARE(SessionDispatcher::SupersedeKey(ToWire(message)), key);
+        const UdpEndpoint::Triage triage = SessionDispatcher::TriageOf(ToWire(message));
+        QCOMPARE(int(triage.kind), kind);
+        QCOMPARE(triage.key, key);
     }
 
     void winnersNewGameAndPages()

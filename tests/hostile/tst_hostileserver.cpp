@@ -160,7 +160,7 @@ private Q_SLOTS:
     {
         QTest::addColumn<int>("inboxLimit"); // 0: the endpoint's own
         QTest::newRow("every update waits its turn") << 0;
-        QTest::newRow("a full inbox lets old scores go") << (256 << 10);
+        QTest::newRow("a full inbox lets old scores go") << (1 << 20);
     }
     void roundStartInAScoreFlood()
     {
@@ -191,6 +191,77 @@ private Q_SLOTS:
         QVERIFY(f.S().OpenChat()->Transcript().endsWith(u"GAME: The game has begun!"_s));
         const auto* scores = f.S().OpenScores()->findChild<QLabel*>(u"lblScores"_s);
         QVERIFY(WaitUntil([&] { return scores->text() == expected.join(QString()); }));
+        QCOMPARE(Broken(f.S(), f.client.programEnd), QString());
+    }
+
+    // 16 MiB of chat lines and junk from anyone, twice what the session's inbox holds, with a
+    // round's messages among them: the inbox lets chat and junk go, never the round, and stays
+    // within its bounds; the round is played, won, and the next one begins.
+    void roundThroughAFlood()
+    {
+        InSession f;
+        UdpEndpoint& inbox = *f.S().Game()->wsGame;
+        f.browser->titleFor = [](const QString& url) -> QString {
+            const QUrl address(url);
+            const QString search = QUrlQuery(address).queryItemValue(u"search"_s, QUrl::FullyDecoded);
+            return (search.isEmpty() ? address.path().mid(6) : search) +
+                   u" - Wikipedia, the free encyclopedia"_s;
+        };
+        QUdpSocket anyone;
+        QVERIFY(anyone.bind(FloodMachine(), 0));
+        const QByteArray text(1000, 'x');
+        const QList<QByteArray> chat = {"CHAT NAME=bo;TEXT=" + text,
+                                        "CHAT NAME=cy;TEXT=GAME " + text.left(100)};
+        const QList<QByteArray> junk = {"XYZZY " + text, QByteArray(300, '\xff'),
+                                        "SCOREIS NAME=zed;WINS=1;CLICK=x;RCLICK=1;", "startgame COUNT=1;"};
+        qsizetype mostInbox = 0, mostReserve = 0;
+        // Once the inbox is full, a round message after every few hundred KiB of the rest; the
+        // socket is read before each, so that none is lost before it reaches the inbox.
+        const auto flood = [&](qsizetype bytes, QStringList round, const QList<QByteArray>& rest) {
+            for (qsizetype sent = 0, i = 0; sent < bytes || !round.isEmpty();) {
+                QCoreApplication::processEvents();
+                mostInbox = std::max(mostInbox, inbox.InboxBytes());
+                mostReserve = std::max(mostReserve, inbox.ReserveBytes());
+                if (!round.isEmpty() && sent >= bytes / 2) f.Send({round.takeFirst()});
+                for (int k = 0; k < 200; ++k, ++i) {
+                    const QByteArray& datagram = rest[i % rest.size()];
+                    anyone.writeDatagram(datagram, TestAddress(), f.S().LocalPort.toUShort());
+                    sent += datagram.size();
+                }
+            }
+        };
+        flood(8 << 20,
+              {msg::NewGame(u"bo"), msg::SetRandom(u"Pear", 1), msg::StartGame({u"Apple"_s, u"Banana"_s})},
+              chat + junk);
+        QVERIFY(WaitUntil([&] { return f.S().InRound; }, 60000));
+        QCOMPARE(f.S().ChooserName, u"bo"_s);
+        QCOMPARE(f.S().Game()->Navigation.LastReported, u"Pear"_s);
+        QCOMPARE(f.S().Words.at(1), u"Banana"_s);
+        f.browser->Navigate(u"http://wiki.test/wiki/Banana"_s); // the player clicks
+        QCOMPARE(f.server.WaitForVerb(u"NAVIGATE"_s), msg::Navigate(u"ann", u"Banana"));
+        // The rest is junk only, so that the chat shows what the round wrote.
+        flood(8 << 20,
+              {msg::Winner(u"ann"), msg::PathIs(u"Apple\rBanana", u"ann"),
+               msg::Chat(msg::GameSpeaker, u"The shortest route takes 1 click."), msg::NewGame(u"ann"),
+               msg::StartGame({u"Pear"_s, u"Apple"_s}), msg::Disqualify()},
+              junk);
+        QVERIFY(f.Answers());
+        QCOMPARE(f.server.ReceivedWithVerb(u"SENDMYPATH"_s),
+                 QStringList{msg::SendMyPath(u"ann", u"Apple\rBanana")});
+        const QStringList notices = f.server.ReceivedWithVerb(u"CHAT"_s);
+        QVERIFY2(notices.size() == 1 && notices[0].startsWith(msg::DisqualifiedNotice(u"ann", {}).chopped(2)),
+                 qPrintable(notices.join(u'\n')));
+        QVERIFY(f.S().InRound && f.S().Words.at(0) == u"Pear"_s);
+        QVERIFY(f.S().OpenWinner() && f.S().OpenWinner()->isVisible());
+        QVERIFY(f.S().OpenChat()->Transcript().endsWith(
+            u"GAME: ann has won the round in 0 clicks!\r\nGAME: The winning route was: \r\nApple --> "
+            u"Banana\r\n"
+            u"GAME: ann now chooses the next words.\r\nGAME: The shortest route takes 1 click.\r\n"
+            u"GAME: The game has begun!"_s));
+        // The flood filled the inbox, which let go of chat and junk; nothing ever held more.
+        QCOMPARE_GT(mostInbox, UdpEndpoint::kInboxLimitBytes / 2);
+        QCOMPARE_LE(mostInbox, UdpEndpoint::kInboxLimitBytes);
+        QCOMPARE_LE(mostReserve, UdpEndpoint::kReserveLimitBytes);
         QCOMPARE(Broken(f.S(), f.client.programEnd), QString());
     }
 
