@@ -233,4 +233,9 @@ QString FromWire(QByteArrayView bytes)
     return text;
 }
 
+QString AsOnWire(QStringView text)
+{
+    return FromWire(ToWire(text));
+}
+
 } // namespace linkhop

@@ -39,5 +39,8 @@ QString CleanField(QString text);
 // every byte string b.
 QByteArray ToWire(QStringView text);
 QString FromWire(QByteArrayView bytes);
+// Text as every receiver reads it once it has crossed the wire: FromWire(ToWire(text)). A player
+// named "%C5%81" is "Ł" to the server, and so to the own client.
+QString AsOnWire(QStringView text);
 
 } // namespace linkhop

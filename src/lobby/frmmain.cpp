@@ -186,7 +186,8 @@ void frmMain::StartConnection(bool host)
     }
 
     m_session.ServerAddress = m_session.ChosenServer;
-    m_session.PlayerName = txtName->text();
+    // The name the server will read, and so every message that names this player.
+    m_session.PlayerName = AsOnWire(txtName->text());
     tmrTimeout->start();
     SetControlsEnabled(false);
     lblStatus->setText(u"Connecting to "_s + m_session.ServerAddress + u"..."_s);
@@ -271,7 +272,7 @@ void frmMain::HandleDatagram(const QString& text)
     } else if (verb == verb::NEEDPWD) {
         AskPassword();
     } else if (verb == verb::ISHOST) {
-        if (GetParam(text, u"NAME") == txtName->text()) IsHost = true;
+        if (GetParam(text, u"NAME") == m_session.PlayerName) IsHost = true;
     } else if (verb == verb::MESSAGE) {
         WelcomeText = MessageBody(text);
     } else if (verb == verb::PLAYERLIST) {
@@ -294,7 +295,7 @@ void frmMain::AskPassword()
     if (m_handedOver || wsConnect->State() == 0) return;
     tmrTimeout->start();
     if (!password.isEmpty()) {
-        wsConnect->SendData(msg::ConnectWithPassword(ClientVersion, txtName->text(), password));
+        wsConnect->SendData(msg::ConnectWithPassword(ClientVersion, m_session.PlayerName, password));
         return;
     }
     ReturnToIdle(QString());

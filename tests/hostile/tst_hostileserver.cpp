@@ -201,12 +201,7 @@ private Q_SLOTS:
     {
         InSession f;
         UdpEndpoint& inbox = *f.S().Game()->wsGame;
-        f.browser->titleFor = [](const QString& url) -> QString {
-            const QUrl address(url);
-            const QString search = QUrlQuery(address).queryItemValue(u"search"_s, QUrl::FullyDecoded);
-            return (search.isEmpty() ? address.path().mid(6) : search) +
-                   u" - Wikipedia, the free encyclopedia"_s;
-        };
+        f.browser->titleFor = EveryArticleTitle;
         QUdpSocket anyone;
         QVERIFY(anyone.bind(FloodMachine(), 0));
         const QByteArray text(1000, 'x');

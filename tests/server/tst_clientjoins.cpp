@@ -67,6 +67,46 @@ private Q_SLOTS:
         QVERIFY(a.OpenChat()->Transcript().endsWith(u"GAME: bo has left the game."_s));
         StopModalWaits();
     }
+    // A name that the wire reads otherwise ("%C5%81" is "Ł" once it has crossed) is the name the
+    // server and every player know, and so the own client: it hosts, chooses the words, wins its
+    // round, sends its route and chooses again.
+    void aNameAsTheWireReadsIt_data()
+    {
+        QTest::addColumn<QString>("typed");
+        QTest::addColumn<QString>("name");
+        QTest::newRow("an escape run") << u"%C5%81"_s << u"\u0141"_s;
+        QTest::newRow("escapes among letters") << u"Jo%E4%B8%ADn"_s << u"Jo\u4e2dn"_s;
+        QTest::newRow("an escape the wire keeps") << u"Caf%C3%A9"_s << u"Caf%C3%A9"_s;
+    }
+    void aNameAsTheWireReadsIt()
+    {
+        QFETCH(QString, typed);
+        QFETCH(QString, name);
+        server::GameServer server{server::ServerConfig()}; // no encyclopedia: every win stands
+        QVERIFY2(server.Start(TestAddress()), "port 7200 of the test address must be free");
+        TestClient player;
+        Session& s = *player.session;
+        Join(player, typed);
+        QVERIFY(WaitUntil([&] { return s.Game() && s.PlayerCount() == 1; }));
+        QCOMPARE(s.PlayerName, name);
+        QCOMPARE(s.Player(1).Name, name);
+        frmWinner* chooser = s.OpenWinner();
+        QVERIFY(chooser && chooser->isVisible()); // the host chooses first
+        player.LastBrowser()->titleFor = EveryArticleTitle;
+        chooser->txtInitial->setText(u"Apple"_s);
+        chooser->txtDestination->setText(u"Banana"_s);
+        QTest::keyClick(chooser->txtDestination, Qt::Key_Return); // starts the round
+        QVERIFY(WaitUntil([&] { return s.InRound; }));
+        player.LastBrowser()->Navigate(u"http://wiki.test/wiki/Banana"_s); // the player clicks
+        const QString won = u"GAME: "_s + name + u" has won the round in ";
+        const QString told = u"GAME: The winning route was: \r\nApple --> Banana\r\nGAME: "_s + name +
+                             u" now chooses the next words.";
+        QVERIFY2(WaitUntil([&] { return s.OpenChat()->Transcript().contains(told); }),
+                 qPrintable(s.OpenChat()->Transcript()));
+        QVERIFY(s.OpenChat()->Transcript().contains(won));
+        QVERIFY(s.OpenWinner() && s.OpenWinner()->isVisible());
+        StopModalWaits();
+    }
 };
 
 QTEST_MAIN(tst_clientjoins)

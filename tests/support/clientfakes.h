@@ -85,6 +85,10 @@ private:
     QStringList m_history;
 };
 
+// For a ScriptedBrowser on an encyclopedia that has every article: the classic title of what an
+// address shows, the text it searches for or the name after "/wiki/".
+QString EveryArticleTitle(const QString& url);
+
 // A temporary program folder, scripted services (ScriptedBrowsers unless given a factory), a session.
 struct TestClient
 {

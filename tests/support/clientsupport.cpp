@@ -8,6 +8,7 @@
 #include <QTest>
 #include <QTimer>
 #include <QUrl>
+#include <QUrlQuery>
 #include <QWebEnginePage>
 #include <QWebEngineView>
 #include <optional>
@@ -65,6 +66,13 @@ void ScriptedBrowser::Load(const QString& url)
             if (!title.isEmpty()) Q_EMIT TitleChange(title);
         });
     });
+}
+
+QString EveryArticleTitle(const QString& url)
+{
+    const QUrl address(url);
+    const QString search = QUrlQuery(address).queryItemValue(u"search"_s, QUrl::FullyDecoded);
+    return (search.isEmpty() ? address.path().mid(6) : search) + u" - Wikipedia, the free encyclopedia"_s;
 }
 
 TestClient::TestClient(BrowserFactory browsers)
