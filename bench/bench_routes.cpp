@@ -138,7 +138,9 @@ int main(int argc, char** argv)
             const QString from = u"Place %1"_s.arg(source);
             const QString to = graph.At(from, clicks);
             if (to.isEmpty()) continue;
-            WikiApi api(generated.Url(u""));
+            WikiApi api(generated.Url(u""), QStringLiteral(LINKHOP_CONTACT));
+            api.SetBudget(RequestBudget{1000, 1000, 2000, 2000});
+            api.StartRound();
             RouteSearch search(api, SearchBudget{6, 2000, 120000});
             QSignalSpy finished(&search, &RouteSearch::Finished);
             search.Start(from, to);
