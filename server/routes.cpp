@@ -578,6 +578,8 @@ void WikiEncyclopedia::RoundStarts(const QString& initial, const QString& destin
     m_api.StartRound();
     m_facts = std::make_shared<RoundFacts>();
     m_facts->initial = initial;
+    // Asked at once: the first step's check needs them, and goes before the search.
+    WithFacts(m_api, m_facts, [](const WikiApi::Reply&) {});
     m_found = std::move(found);
     m_search.Start(initial, destination);
 }
