@@ -567,7 +567,11 @@ WikiEncyclopedia::WikiEncyclopedia(const QString& site, const QString& contact, 
     });
 }
 
-WikiEncyclopedia::~WikiEncyclopedia() = default;
+WikiEncyclopedia::~WikiEncyclopedia()
+{
+    // Checks waiting for the round's facts hold them in turn: nobody will answer them now.
+    if (m_facts) m_facts->waiting.clear();
+}
 
 void WikiEncyclopedia::RoundStarts(const QString& initial, const QString& destination,
                                    std::function<void(const ShortestRoute&)> found)
