@@ -1,6 +1,7 @@
 #include "qtservices.h"
 
 #include "controls.h"
+#include "router/probe.h"
 
 #include <QApplication>
 #include <QFileInfo>
@@ -46,6 +47,11 @@ void QtProgramEnd::End(int exitCode)
 {
     for (QWidget* window : QApplication::topLevelWidgets()) window->hide();
     QCoreApplication::exit(exitCode);
+}
+
+void QtRouterProbe::AskExternalAddress(QObject* context, std::function<void(const QHostAddress&)> done)
+{
+    router::AskExternalAddress(context, router::Bounds{}, std::move(done));
 }
 
 } // namespace linkhop

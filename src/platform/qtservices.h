@@ -19,6 +19,13 @@ public:
     bool Start(const QString& program) override;
 };
 
+// The router asked by NAT-PMP, then UPnP discovery, as the server asks it for its mapping.
+class QtRouterProbe final : public RouterProbe
+{
+public:
+    void AskExternalAddress(QObject* context, std::function<void(const QHostAddress&)> done) override;
+};
+
 class QtProgramEnd final : public ProgramEnd
 {
 public:
