@@ -49,9 +49,17 @@ void QtProgramEnd::End(int exitCode)
     QCoreApplication::exit(exitCode);
 }
 
+QtRouterProbe::~QtRouterProbe()
+{
+    // The program may end while the router is still being asked: the threads end first.
+    for (const QPointer<QThread>& thread : std::as_const(m_asking))
+        if (thread) thread->wait();
+}
+
 void QtRouterProbe::AskExternalAddress(QObject* context, std::function<void(const QHostAddress&)> done)
 {
-    router::AskExternalAddress(context, router::Bounds{}, std::move(done));
+    m_asking.removeAll(nullptr);
+    m_asking.append(router::AskExternalAddress(context, router::Bounds{}, std::move(done)));
 }
 
 } // namespace linkhop

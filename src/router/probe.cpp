@@ -5,7 +5,7 @@
 
 namespace linkhop::router {
 
-void AskExternalAddress(QObject* context, const Bounds& bounds, std::function<void(const QHostAddress&)> done)
+QThread* AskExternalAddress(QObject* context, const Bounds& bounds, std::function<void(const QHostAddress&)> done)
 {
     // Written by the thread before it finishes, read on `context`'s thread after.
     auto external = std::make_shared<QHostAddress>();
@@ -16,6 +16,7 @@ void AskExternalAddress(QObject* context, const Bounds& bounds, std::function<vo
     QObject::connect(thread, &QThread::finished, context, [external, done = std::move(done)] { done(*external); });
     QObject::connect(thread, &QThread::finished, thread, &QObject::deleteLater);
     thread->start();
+    return thread;
 }
 
 } // namespace linkhop::router
