@@ -185,8 +185,9 @@ void PortMapper::Run(QHostAddress bound, quint16 port)
             if (mapped) {
                 Q_EMIT Logged(u"router: %1 renewed UDP port %2 (%3)"_s.arg(via, portText, lease));
             } else {
-                Q_EMIT Logged(u"router: %1 forwards UDP port %2 from %3 (%4; %5 ms after start)"_s.arg(
-                    via, portText, externalText, lease, QString::number(clock.elapsed())));
+                Q_EMIT Logged(u"router: %1 forwards UDP port %2 from %3:%4 (%5; %6 ms after start)"_s.arg(
+                    via, portText, externalText, QString::number(mapping.Port), lease,
+                    QString::number(clock.elapsed())));
             }
             mapped = true;
             if (!told && doubleNat) {
