@@ -8,7 +8,9 @@
 
 #include <atomic>
 #include <fcntl.h>
+#include <csignal>
 #include <sched.h>
+#include <sys/prctl.h>
 #include <unistd.h>
 
 using namespace Qt::Literals::StringLiterals;
@@ -156,6 +158,8 @@ void HomeRouter::Prepare(QProcess& process, const QString& ns, const QString& pr
 {
     process.setProgram(u"ip"_s);
     process.setArguments(QStringList{u"netns"_s, u"exec"_s, ns, program} + arguments);
+    // "ip netns exec" becomes the program itself; it ends with the test, even one that crashed.
+    process.setChildProcessModifier([] { ::prctl(PR_SET_PDEATHSIG, SIGKILL); });
 }
 
 QString HomeRouter::Run(const QString& ns, const QString& program, const QStringList& arguments, int timeoutMs) const

@@ -11,9 +11,15 @@ command=$1
 tag=${2:-}
 home=lhr-$tag-home router=lhr-$tag-router net=lhr-$tag-net
 
+# Ends what still runs inside (a daemon whose test died), then removes the namespace.
+remove() {
+    ip netns pids "$1" 2>/dev/null | xargs -r kill -9 2>/dev/null || true
+    ip netns delete "$1" 2>/dev/null || true
+}
+
 case $command in
 down)
-    for ns in "$home" "$router" "$net"; do ip netns delete "$ns" 2>/dev/null || true; done
+    for ns in "$home" "$router" "$net"; do remove "$ns"; done
     exit 0 ;;
 flush)
     for chain in miniupnpd prerouting_miniupnpd postrouting_miniupnpd; do
@@ -24,7 +30,7 @@ sweep)
     # A tag starts with the test program's process id.
     for ns in $(ip netns list | awk '{print $1}' | grep '^lhr-' || true); do
         pid=${ns#lhr-}; pid=${pid%%[!0-9]*}
-        [ -n "$pid" ] && ! kill -0 "$pid" 2>/dev/null && ip netns delete "$ns" 2>/dev/null || true
+        if [ -n "$pid" ] && ! kill -0 "$pid" 2>/dev/null; then remove "$ns"; fi
     done
     exit 0 ;;
 up) ;;
