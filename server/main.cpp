@@ -2,6 +2,7 @@
 // the option files beside it, listens on UDP port 7200 and logs one line per event.
 #include "core/version.h"
 #include "server/gameserver.h"
+#include "server/portmapper.h"
 #include "server/serverconfig.h"
 #include "server/signalpipe.h"
 
@@ -65,7 +66,10 @@ int main(int argc, char** argv)
         "  - one request at a time, at most 10 a second after a burst of 10 (610 a minute), 6,000 a\n"
         "    round; each racer's checks 10 and 4 a page; Retry-After obeyed. The User-Agent names the\n"
         "    contact in the option file Contact.dat (default: " LINKHOP_CONTACT ").\n"
-        "A round nobody wins ends after 10 minutes (option file RoundMinutes.dat, 0 for never)."_s);
+        "A round nobody wins ends after 10 minutes (option file RoundMinutes.dat, 0 for never).\n"
+        "\n"
+        "Behind a home router it asks the router (NAT-PMP, then UPnP) to forward UDP port 7200 while it runs,\n"
+        "and tells the hosting player in a game line whether it did, or what to do by hand."_s);
     parser.addHelpOption();
     parser.addVersionOption();
     const QCommandLineOption bindOption(u"bind"_s, u"Listen on ADDRESS only (default: every IPv4 address)."_s,
@@ -78,6 +82,7 @@ int main(int argc, char** argv)
             QStringLiteral(LINKHOP_SITE_HOST) + u")."_s,
         u"SITE"_s, QStringLiteral(LINKHOP_SITE_HOST));
     parser.addOption(siteOption);
+    AddPortMapOptions(parser);
     parser.process(app);
 
     QHostAddress address(QHostAddress::AnyIPv4);
@@ -89,15 +94,21 @@ int main(int argc, char** argv)
     QStringList warnings;
     ServerConfig config = LoadServerConfig(QCoreApplication::applicationDirPath(), &warnings);
     config.Site = parser.value(siteOption) == u"none" ? QString() : parser.value(siteOption);
+    const PortMapSettings mapping = LoadPortMapSettings(QCoreApplication::applicationDirPath(), &parser, &warnings);
     for (const QString& warning : warnings)
         Print(stderr, u"LinkhopServer: warning: "_s + warning);
 
     GameServer server(config);
     QObject::connect(&server, &GameServer::EventLogged, &app, &Log);
+    PortMapper portMapper(mapping); // stops before the server goes, which it tells
+    // The mapper logs from its own thread, also while the loop has stopped; a line is one write.
+    QObject::connect(&portMapper, &PortMapper::Logged, &app, &Log, Qt::DirectConnection);
+    QObject::connect(&portMapper, &PortMapper::HostNote, &server, &GameServer::TellHost);
     SignalPipe signalPipe;
     QObject::connect(&signalPipe, &SignalPipe::Received, &app, [&](int number) {
         Log(u"signal %1: shutting down"_s.arg(number));
         server.Shutdown();
+        portMapper.Stop();
         QCoreApplication::quit();
     });
 
@@ -108,5 +119,6 @@ int main(int argc, char** argv)
         return 1;
     }
     Print(stdout, u"LinkhopServer ready on "_s + where);
+    portMapper.Start(address, kServerPort);
     return QCoreApplication::exec();
 }
