@@ -566,6 +566,11 @@ void Room::OnSetWords(const Incoming& in)
     const QString initial = GetParam(in.text, u"WORD0").trimmed();
     const QString destination = GetParam(in.text, u"WORD1").trimmed();
 
+    // A word no page could have as its title, which nobody could ever report, and why.
+    std::pair<QString, QString> untitled;
+    for (const QString& word : {initial, destination})
+        if (const QString problem = TitleProblem(word); !problem.isEmpty() && untitled.first.isEmpty())
+            untitled = {word, problem};
     QString why;
     if (initial.isEmpty() || destination.isEmpty()) {
         why = u"Both an initial and a destination article are needed."_s;
@@ -576,6 +581,9 @@ void Room::OnSetWords(const Incoming& in)
     } else if (const QString problem = WordProblem(QString(initial + destination)); !problem.isEmpty()) {
         why = u"Article titles cannot hold control or invisible characters, nor spaces other than the "
               u"ordinary one."_s;
+    } else if (!untitled.second.isEmpty()) {
+        why = u"\"%1\" cannot be a page's title: no page can have %2."_s.arg(ShownTitle(untitled.first),
+                                                                              untitled.second);
     } else if (IsForbiddenTitle(initial) || IsForbiddenTitle(destination) ||
                IsForbiddenWord(ArticleWord(initial)) || IsForbiddenWord(ArticleWord(destination))) {
         const bool first = IsForbiddenTitle(initial) || IsForbiddenWord(ArticleWord(initial));

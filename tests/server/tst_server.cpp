@@ -351,6 +351,8 @@ private Q_SLOTS:
         QTest::newRow("a forbidden page's word") << u"talk"_s << u"no round may visit"_s;
         QTest::newRow("the same, as an address writes it") << u"nowiki"_s << u"no round may visit"_s;
         QTest::newRow("a forbidden page") << u"Talk:Apple"_s << u"no round may visit"_s;
+        QTest::newRow("a title no page can have")
+            << u"Fig|figs"_s << u"\"Fig|figs\" cannot be a page's title: no page can have a title holding \"|\"."_s;
     }
     void refusedWords()
     {
