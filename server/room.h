@@ -13,8 +13,6 @@
 #include <QStringView>
 #include <deque>
 #include <functional>
-#include <memory>
-#include <optional>
 #include <random>
 #include <utility>
 
