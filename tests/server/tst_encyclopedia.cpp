@@ -585,6 +585,7 @@ private Q_SLOTS:
         // The round's own question, the forged step's and the search's first: of the old round at
         // most the one request that was under way when the new round began.
         const QList<ApiProxy::Request> since = m_proxy.RequestLog().mid(started);
+        qInfo("%lld requests from the new round's start to the forger's disqualification", qint64(since.size()));
         QCOMPARE_LE(std::count_if(since.cbegin(), since.cend(),
                                   [](const ApiProxy::Request& r) { return r.target.contains("Place"); }),
                     1);
