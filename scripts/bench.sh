@@ -11,10 +11,10 @@ scripts/setup.sh
 build_dir=${BUILD_DIR:-build}
 cmake -S . -B "$build_dir" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo
 cmake --build "$build_dir" -j2 --target bench_wire bench_server bench_navigate bench_gamewindow \
-    bench_dispatch bench_flood bench_routes
+    bench_dispatch bench_flood bench_routes bench_portmap
 export QT_QPA_PLATFORM=offscreen
 [ "$(id -u)" = 0 ] && export QTWEBENGINE_DISABLE_SANDBOX=1
-for bench in bench_wire bench_server bench_navigate bench_gamewindow bench_dispatch bench_routes; do
+for bench in bench_wire bench_server bench_navigate bench_gamewindow bench_dispatch bench_routes bench_portmap; do
     printf '\n==== %s\n' "$bench"
     "$build_dir/bin/$bench"
 done

@@ -7,12 +7,15 @@
 # The tests play on a real encyclopedia engine: Debian's MediaWiki, run by PHP's own web server,
 # which draws thumbnails of its pictures with PHP's GD (php-gd).
 # The package brings a web server along (Apache, or PHP's FastCGI server); it is installed without
-# starting any service, and left disabled.
+# starting any service, and left disabled. They host behind a real home router too: Debian's
+# miniupnpd (its nftables build, which has no service of its own) in network namespaces, with
+# nftables, and upnpc to look at it.
 set -euo pipefail
 
 packages=(
     cmake ninja-build g++ pkg-config
     qt6-base-dev qt6-webengine-dev libgl-dev
+    libminiupnpc-dev libnatpmp-dev
     fonts-liberation
 )
 for arg in "$@"; do
@@ -22,7 +25,8 @@ for arg in "$@"; do
     esac
 done
 
-wiki_packages=(mediawiki php-cli php-sqlite3 php-gd)
+# Packages that bring services along, which must not start.
+quiet_packages=(mediawiki php-cli php-sqlite3 php-gd miniupnpd-nftables miniupnpc nftables iproute2)
 
 missing_of() {
     for package in "$@"; do
@@ -32,17 +36,17 @@ missing_of() {
     done
 }
 mapfile -t missing < <(missing_of "${packages[@]}")
-mapfile -t missing_wiki < <(missing_of "${wiki_packages[@]}")
-[ ${#missing[@]} -eq 0 ] && [ ${#missing_wiki[@]} -eq 0 ] && exit 0
+mapfile -t missing_quiet < <(missing_of "${quiet_packages[@]}")
+[ ${#missing[@]} -eq 0 ] && [ ${#missing_quiet[@]} -eq 0 ] && exit 0
 
 sudo=()
 [ "$(id -u)" -ne 0 ] && sudo=(sudo)
-echo "Installing: ${missing[*]} ${missing_wiki[*]}"
+echo "Installing: ${missing[*]} ${missing_quiet[*]}"
 "${sudo[@]}" apt-get update -q
 if [ ${#missing[@]} -gt 0 ]; then
     DEBIAN_FRONTEND=noninteractive "${sudo[@]}" apt-get install -y -q "${missing[@]}"
 fi
-if [ ${#missing_wiki[@]} -gt 0 ]; then
+if [ ${#missing_quiet[@]} -gt 0 ]; then
     # A policy that refuses every service start, for the time of this installation only.
     policy=/usr/sbin/policy-rc.d
     own_policy=false
@@ -52,7 +56,7 @@ if [ ${#missing_wiki[@]} -gt 0 ]; then
         "${sudo[@]}" chmod 755 "$policy"
         trap '"${sudo[@]}" rm -f "$policy"' EXIT
     fi
-    DEBIAN_FRONTEND=noninteractive "${sudo[@]}" apt-get install -y -q --no-install-recommends "${missing_wiki[@]}"
+    DEBIAN_FRONTEND=noninteractive "${sudo[@]}" apt-get install -y -q --no-install-recommends "${missing_quiet[@]}"
     # The web servers PHP comes with: Apache, or PHP's FastCGI server.
     for unit in /lib/systemd/system/apache2.service /lib/systemd/system/apache-htcacheclean.service \
         /lib/systemd/system/php*-fpm.service; do

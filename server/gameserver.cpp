@@ -1,5 +1,6 @@
 #include "gameserver.h"
 
+#include "core/messages.h"
 #include "core/wire.h"
 
 #include <QLocale>
@@ -32,8 +33,10 @@ GameServer::GameServer(ServerConfig config, QObject* parent)
       m_encyclopedia(config.Site.isEmpty()
                          ? nullptr
                          : std::make_unique<WikiEncyclopedia>(
-                               config.Site, SearchBudget{config.SearchMaxClicks, config.SearchMaxRequests,
-                                                         config.SearchMaxMs})),
+                               config.Site, config.Contact,
+                               RequestBudget{config.ApiRate, config.ApiBurst, config.RoundRequests,
+                                             config.SearchMaxRequests},
+                               SearchBudget{config.SearchMaxClicks, config.SearchMaxRequests, config.SearchMaxMs})),
       m_room(std::move(config), *this)
 {
     m_room.SetEncyclopedia(m_encyclopedia.get());
@@ -75,8 +78,34 @@ void GameServer::Shutdown()
 void GameServer::Received(const QString& text, const QHostAddress& sender, quint16 port)
 {
     m_in.fetch_add(1, std::memory_order_relaxed);
+    // The datagram that seats the host is answered by its player list, after which the client
+    // moves to its game window: a line sent meanwhile could be lost, one sent later is not.
+    const Endpoint host = HostEndpoint();
     m_room.Handle(text, sender, port);
+    if (host.Port != 0 && host == Endpoint{sender, port} && !(m_hostHeard == host)) {
+        m_hostHeard = host;
+        SendHostNote();
+    }
     if (m_room.HasPendingFanOut() && !m_flush.isActive()) m_flush.start();
+}
+
+void GameServer::TellHost(const QString& line)
+{
+    m_hostNote = line;
+    SendHostNote();
+}
+
+Endpoint GameServer::HostEndpoint() const
+{
+    const auto& players = m_room.Players();
+    return players.isEmpty() ? Endpoint{} : players.first().Where;
+}
+
+void GameServer::SendHostNote()
+{
+    if (m_hostNote.isEmpty() || m_hostHeard.Port == 0 || !(HostEndpoint() == m_hostHeard)) return;
+    Send(msg::Chat(msg::GameSpeaker, m_hostNote), m_hostHeard);
+    m_hostNote.clear();
 }
 
 void GameServer::Send(const QString& text, const Endpoint& to)

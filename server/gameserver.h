@@ -27,6 +27,9 @@ public:
     bool Start(const QHostAddress& address = QHostAddress::AnyIPv4, quint16 port = kServerPort);
     // Tells every player the server is going away ("DISCONNECT") and closes the socket.
     void Shutdown();
+    // A game line for the hosting player (the longest present) alone, sent once its game window
+    // listens: when it is first heard from after joining, or now if it was already.
+    void TellHost(const QString& line);
 
     Room& GameRoom() { return m_room; }
     const Room& GameRoom() const { return m_room; }
@@ -50,6 +53,8 @@ private:
     void Seated(const Endpoint& where, bool present) override;
     void Received(const QString& text, const QHostAddress& sender, quint16 port);
     void Report();
+    Endpoint HostEndpoint() const;
+    void SendHostNote();
 
     ServerSocket m_socket;
     std::unique_ptr<WikiEncyclopedia> m_encyclopedia; // outlives the room, which asks it
@@ -58,6 +63,8 @@ private:
     QTimer m_flush;
     QTimer m_report;
     quint64 m_own = 0;
+    QString m_hostNote;
+    Endpoint m_hostHeard; // the host, once heard from after the datagram that seated it
     std::atomic<quint64> m_in{0};
     std::atomic<quint64> m_out{0};
     std::atomic<quint64> m_bytesOut{0};

@@ -2,6 +2,7 @@
 // the option files beside it, listens on UDP port 7200 and logs one line per event.
 #include "core/version.h"
 #include "server/gameserver.h"
+#include "server/portmapper.h"
 #include "server/serverconfig.h"
 #include "server/signalpipe.h"
 
@@ -53,13 +54,22 @@ int main(int argc, char** argv)
         "(unusable name, room full, password guessed too often).\n"
         "\n"
         "What it asks the encyclopedia (MediaWiki's API, /w/api.php of --site):\n"
-        "  - a racer who reports the destination wins once each step of the route is explained by a\n"
-        "    link from the page before (or through a redirect), from the initial article or the main\n"
-        "    page, or by a page already on the route (Back, Forward); an impossible step puts the racer\n"
-        "    out of the round with a game line naming it. Without an answer within 2 s the win stands;\n"
+        "  - each page a racer reports: could it be clicked from the page before (a link, a redirect of\n"
+        "    any namespace, an image or a file's usage, or a link a template added that the link\n"
+        "    tables do not hold yet), from the initial article or the main page, or is it one already\n"
+        "    on the route (Back, Forward)? A step that could not puts the racer out with a game line\n"
+        "    naming it; the first to report the destination wins once the last steps are answered.\n"
+        "    A title no page can have, or more new pages than one every 2 s (after 20), puts the racer\n"
+        "    out unasked; a win stands unchecked only when the encyclopedia fails to answer;\n"
         "  - during each round, a shortest route between its words (up to 6 clicks, 400 requests, 60 s),\n"
-        "    told to everyone in a game line after the winning route, beside the winner's clicks.\n"
-        "A round nobody wins ends after 10 minutes (option file RoundMinutes.dat, 0 for never)."_s);
+        "    told to everyone in a game line after the winning route, beside the winner's clicks;\n"
+        "  - one request at a time, at most 10 a second after a burst of 10 (610 a minute), 6,000 a\n"
+        "    round; each racer's checks 10 and 4 a page; Retry-After obeyed. The User-Agent names the\n"
+        "    contact in the option file Contact.dat (default: " LINKHOP_CONTACT ").\n"
+        "A round nobody wins ends after 10 minutes (option file RoundMinutes.dat, 0 for never).\n"
+        "\n"
+        "Behind a home router it asks the router (NAT-PMP, then UPnP) to forward UDP port 7200 while it runs,\n"
+        "and tells the hosting player in a game line whether it did, or what to do by hand."_s);
     parser.addHelpOption();
     parser.addVersionOption();
     const QCommandLineOption bindOption(u"bind"_s, u"Listen on ADDRESS only (default: every IPv4 address)."_s,
@@ -72,6 +82,7 @@ int main(int argc, char** argv)
             QStringLiteral(LINKHOP_SITE_HOST) + u")."_s,
         u"SITE"_s, QStringLiteral(LINKHOP_SITE_HOST));
     parser.addOption(siteOption);
+    AddPortMapOptions(parser);
     parser.process(app);
 
     QHostAddress address(QHostAddress::AnyIPv4);
@@ -83,15 +94,21 @@ int main(int argc, char** argv)
     QStringList warnings;
     ServerConfig config = LoadServerConfig(QCoreApplication::applicationDirPath(), &warnings);
     config.Site = parser.value(siteOption) == u"none" ? QString() : parser.value(siteOption);
+    const PortMapSettings mapping = LoadPortMapSettings(QCoreApplication::applicationDirPath(), &parser, &warnings);
     for (const QString& warning : warnings)
         Print(stderr, u"LinkhopServer: warning: "_s + warning);
 
     GameServer server(config);
     QObject::connect(&server, &GameServer::EventLogged, &app, &Log);
+    PortMapper portMapper(mapping); // stops before the server goes, which it tells
+    // The mapper logs from its own thread, also while the loop has stopped; a line is one write.
+    QObject::connect(&portMapper, &PortMapper::Logged, &app, &Log, Qt::DirectConnection);
+    QObject::connect(&portMapper, &PortMapper::HostNote, &server, &GameServer::TellHost);
     SignalPipe signalPipe;
     QObject::connect(&signalPipe, &SignalPipe::Received, &app, [&](int number) {
         Log(u"signal %1: shutting down"_s.arg(number));
         server.Shutdown();
+        portMapper.Stop();
         QCoreApplication::quit();
     });
 
@@ -102,5 +119,6 @@ int main(int argc, char** argv)
         return 1;
     }
     Print(stdout, u"LinkhopServer ready on "_s + where);
+    portMapper.Start(address, kServerPort);
     return QCoreApplication::exec();
 }

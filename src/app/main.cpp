@@ -26,10 +26,12 @@ int main(int argc, char* argv[])
     linkhop::QtPrompts prompts;
     linkhop::QtLauncher launcher;
     linkhop::QtProgramEnd programEnd;
+    linkhop::QtRouterProbe router;
     linkhop::Services services;
     services.prompts = &prompts;
     services.launcher = &launcher;
     services.programEnd = &programEnd;
+    services.router = &router;
     const linkhop::SiteConfig site = linkhop::SiteConfig::Compiled();
     services.createBrowser = linkhop::WebEngineBrowserFactory(site);
 

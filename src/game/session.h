@@ -40,6 +40,7 @@ public:
 
     Prompts& prompts() const { return *m_services.prompts; }
     Launcher& launcher() const { return *m_services.launcher; }
+    RouterProbe* router() const { return m_services.router; }
     Browser* CreateBrowser(QWidget* parent) const { return m_services.createBrowser(parent); }
 
     // Sends through the game window's session socket once the game window has registered its

@@ -7,6 +7,7 @@
 #include "platform/twips.h"
 
 #include <QGroupBox>
+#include <QHostAddress>
 #include <QKeyEvent>
 #include <QLabel>
 #include <QLineEdit>
@@ -46,6 +47,14 @@ frmHost::frmHost(Session& session, QWidget* parent)
     cmdReset = MakeButton(this, u"cmdReset"_s, u"Reset"_s, TwipsRect(120, 2880, 1455, 495));
     cmdHost = MakeButton(this, u"cmdHost"_s, u"Host"_s, TwipsRect(1920, 2880, 1455, 495));
     cmdCancel = MakeButton(this, u"cmdCancel"_s, u"Cancel"_s, TwipsRect(3480, 2880, 1455, 495));
+    // Beyond the classic dialog: the router's external address, offered beside the label and
+    // never put in by itself. The field is also where the host's own game connects, which works
+    // through the external address only where the router passes it back inside the network.
+    cmdExternal = MakeButton(this, u"cmdExternal"_s, QString(), TwipsRect(1440, 90, 3135, 255));
+    cmdExternal->setFlat(true);
+    cmdExternal->setStyleSheet(u"text-align: left; text-decoration: underline; color: palette(link);"_s);
+    cmdExternal->setToolTip(u"Players on the Internet join at this address."_s);
+    cmdExternal->hide();
 
     // Lower parts of the design's tab order belong to labels and the frame, which take no focus.
     setTabOrder(txtIP, txtWelcomeMessage);
@@ -54,6 +63,7 @@ frmHost::frmHost(Session& session, QWidget* parent)
     setTabOrder(cmdReset, cmdHost);
     setTabOrder(cmdHost, cmdCancel);
     setTabOrder(cmdCancel, cmdHelp);
+    setTabOrder(cmdHelp, cmdExternal);
 
     connect(txtIP, &QLineEdit::textChanged, this, &frmHost::txtIP_Change);
     connect(txtWelcomeMessage, &QPlainTextEdit::textChanged, this, &frmHost::txtWelcomeMessage_Change);
@@ -62,10 +72,13 @@ frmHost::frmHost(Session& session, QWidget* parent)
     connect(cmdCancel, &QPushButton::clicked, this, &frmHost::cmdCancel_Click);
     connect(cmdReset, &QPushButton::clicked, this, &frmHost::cmdReset_Click);
     connect(cmdHelp, &QPushButton::clicked, this, &frmHost::cmdHelp_Click);
+    connect(cmdExternal, &QPushButton::clicked, this, &frmHost::cmdExternal_Click);
     txtIP->installEventFilter(this);
 
     PlaceCentred(*this, 5040, 3480);
     Form_Load();
+    if (RouterProbe* router = m_session.router())
+        router->AskExternalAddress(this, [this](const QHostAddress& external) { RouterAnswered(external); });
 }
 
 frmHost::~frmHost() = default;
@@ -84,6 +97,22 @@ void frmHost::Form_Load()
 void frmHost::txtIP_Change()
 {
     if (!Loading) m_session.SaveOption(u"Server"_s, txtIP->text());
+    cmdExternal->setVisible(!m_external.isEmpty() && TrimSpaces(txtIP->text()) != m_external);
+}
+
+void frmHost::RouterAnswered(const QHostAddress& external)
+{
+    if (external.isNull()) return;
+    m_external = external.toString();
+    cmdExternal->setText(u"Use "_s + m_external + u", your router's external address"_s);
+    cmdExternal->setVisible(TrimSpaces(txtIP->text()) != m_external);
+}
+
+void frmHost::cmdExternal_Click()
+{
+    // Put in as if typed, so it is stored as the user's choice.
+    txtIP->setText(m_external);
+    txtIP->setFocus();
 }
 
 void frmHost::txtWelcomeMessage_Change()
@@ -155,6 +184,13 @@ void frmHost::cmdHelp_Click()
         u"UDP traffic on ports 7201-7203 must be routed to your local PC if you are behind a router."_s,
         QString(),
         u"If hosting over LAN, type your internal IP address."_s,
+        QString(),
+        u"Linkhop now asks your router itself (UPnP or NAT-PMP) to forward UDP port 7200 to this computer while "
+        u"you host, and tells you in the chat whether it did, or what to do by hand."_s,
+        u"When your router tells Linkhop its external address, the link above the address field puts it in: "
+        u"players on the Internet join at it. Your own game connects to the address in the field; where your "
+        u"router does not pass its external address back inside your network, keep your internal address here "
+        u"and give the players the external one."_s,
     };
     m_session.prompts().MessageBox(lines.join(u"\r\n"_s), Icon::Information);
 }

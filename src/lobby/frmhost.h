@@ -3,6 +3,7 @@
 #include <QDialog>
 
 class QGroupBox;
+class QHostAddress;
 class QLabel;
 class QLineEdit;
 class QPlainTextEdit;
@@ -39,6 +40,8 @@ private:
     void cmdCancel_Click();
     void cmdReset_Click();
     void cmdHelp_Click();
+    void cmdExternal_Click();
+    void RouterAnswered(const QHostAddress& external);
     void SelectAddress();
     void CloseAndRelease(int result);
 
@@ -56,6 +59,8 @@ private:
     QPushButton* cmdReset;
     QPushButton* cmdHost;
     QPushButton* cmdCancel;
+    QPushButton* cmdExternal; // the router's external address, offered once it is known
+    QString m_external;
 };
 
 } // namespace linkhop

@@ -1,6 +1,7 @@
 #include "qtservices.h"
 
 #include "controls.h"
+#include "router/probe.h"
 
 #include <QApplication>
 #include <QFileInfo>
@@ -46,6 +47,19 @@ void QtProgramEnd::End(int exitCode)
 {
     for (QWidget* window : QApplication::topLevelWidgets()) window->hide();
     QCoreApplication::exit(exitCode);
+}
+
+QtRouterProbe::~QtRouterProbe()
+{
+    // The program may end while the router is still being asked: the threads end first.
+    for (const QPointer<QThread>& thread : std::as_const(m_asking))
+        if (thread) thread->wait();
+}
+
+void QtRouterProbe::AskExternalAddress(QObject* context, std::function<void(const QHostAddress&)> done)
+{
+    m_asking.removeAll(nullptr);
+    m_asking.append(router::AskExternalAddress(context, router::Bounds{}, std::move(done)));
 }
 
 } // namespace linkhop

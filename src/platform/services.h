@@ -4,6 +4,8 @@
 
 #include <functional>
 
+class QHostAddress;
+class QObject;
 class QWidget;
 
 namespace linkhop {
@@ -44,6 +46,17 @@ public:
     virtual void End(int exitCode) = 0;
 };
 
+// Asks the home router, in the background, at which address players on the Internet reach this
+// computer.
+class RouterProbe
+{
+public:
+    virtual ~RouterProbe() = default;
+    // Returns at once; `done` runs later on `context`'s thread with the router's public external
+    // address, or a null one when no router told one, and never once `context` is gone.
+    virtual void AskExternalAddress(QObject* context, std::function<void(const QHostAddress&)> done) = 0;
+};
+
 using BrowserFactory = std::function<Browser*(QWidget* parent)>;
 
 // The services one client is built with: the real ones in production, scripted ones in tests.
@@ -53,6 +66,7 @@ struct Services
     Launcher* launcher = nullptr;
     ProgramEnd* programEnd = nullptr;
     BrowserFactory createBrowser;
+    RouterProbe* router = nullptr; // none: nobody is asked
 };
 
 } // namespace linkhop

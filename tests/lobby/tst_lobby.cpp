@@ -128,6 +128,57 @@ private Q_SLOTS:
         QCOMPARE(h.window->isVisible(), chosen.isEmpty());
     }
 
+    // The router's external address is offered, never put in by itself; a click puts it in as typed.
+    void hostOffersTheRouterAddress_data()
+    {
+        QTest::addColumn<QString>("stored");
+        QTest::addColumn<QString>("external"); // empty: no router told one
+        QTest::addColumn<bool>("offered");
+        QTest::newRow("empty field") << QString() << u"11.77.0.1"_s << true;
+        QTest::newRow("an address typed before") << u"192.168.1.5"_s << u"11.77.0.1"_s << true;
+        QTest::newRow("the external address already") << u" 11.77.0.1 "_s << u"11.77.0.1"_s << false;
+        QTest::newRow("no router") << u"192.168.1.5"_s << QString() << false;
+    }
+    void hostOffersTheRouterAddress()
+    {
+        QFETCH(QString, stored);
+        QFETCH(QString, external);
+        QFETCH(bool, offered);
+        Shown<frmHost> h({u"Server"_s, stored});
+        h.client.router.external = QHostAddress(external);
+        auto* offer = h.Get<QPushButton>(u"cmdExternal"_s);
+        QVERIFY(!offer->isVisible());
+        QCoreApplication::processEvents();
+        QCOMPARE(h.client.router.asked, 1);
+        QCOMPARE(offer->isVisible(), offered);
+        QCOMPARE(h.Get(u"txtIP"_s)->text(), stored);
+        QCOMPARE(h.S().LoadOption(u"Server"_s), stored);
+        if (!offered) return;
+        QVERIFY(offer->text().contains(external));
+        offer->click();
+        QCOMPARE(h.Get(u"txtIP"_s)->text(), external);
+        QCOMPARE(h.S().LoadOption(u"Server"_s), external);
+        QVERIFY(!offer->isVisible());
+        QTest::keyClick(h.Get(u"txtIP"_s), Qt::Key_Backspace);
+        QVERIFY(offer->isVisible());
+        h.Get<QPushButton>(u"cmdHost"_s)->click();
+        QCOMPARE(h.S().ChosenServer, external.chopped(1));
+    }
+
+    // The help keeps its classic lines and tells what Linkhop now does itself.
+    void hostHelp()
+    {
+        Shown<frmHost> h;
+        h.Get<QPushButton>(u"cmdHelp"_s)->click();
+        const QStringList lines = h.client.prompts.MessageTexts().value(0).split(u"\r\n"_s);
+        QCOMPARE(lines.size(), 9);
+        QCOMPARE(lines.mid(0, 2), (QStringList{u"Enter your IP address to connect to the local server."_s, {}}));
+        QCOMPARE(lines[3], u"UDP traffic on ports 7201-7203 must be routed to your local PC if you are behind a router."_s);
+        QCOMPARE(lines.mid(4, 3), (QStringList{{}, u"If hosting over LAN, type your internal IP address."_s, {}}));
+        QVERIFY(lines[7].contains(u"asks your router itself (UPnP or NAT-PMP) to forward UDP port 7200"_s));
+        QCOMPARE(h.client.prompts.messageBoxes.first().icon, Icon::Information);
+    }
+
     void serversQueriedAndListed()
     {
         ScriptedServer server;

@@ -14,13 +14,14 @@ inline QHostAddress OtherAddress() // "another machine": 127.200.0.<last octet o
     return QHostAddress((127u << 24) | (200u << 16) | (TestAddress().toIPv4Address() & 0xFFu));
 }
 
-// A client played by the test: talks to the server at TestAddress():7200 and reads in order every
-// datagram that reaches it.
+// A client played by the test: talks to the server at `server`:7200 (TestAddress() unless told)
+// and reads in order every datagram that reaches it.
 class ScriptedClient final
 {
 public:
-    explicit ScriptedClient(quint16 port, const QHostAddress& address = TestAddress())
-        : m_port(QString::number(port))
+    explicit ScriptedClient(quint16 port, const QHostAddress& address = TestAddress(),
+                            const QHostAddress& server = TestAddress())
+        : m_port(QString::number(port)), m_server(server)
     {
         QObject::connect(&m_endpoint, &UdpEndpoint::DataArrival, &m_endpoint,
                          [this](const QString& text) { m_received.append(text); });
@@ -28,7 +29,7 @@ public:
     }
     bool Bound() const { return m_endpoint.State() != 0; }
     const QString& PortText() const { return m_port; }
-    void Send(const QString& text) { m_endpoint.SendTo(text, TestAddress(), kServerPort); }
+    void Send(const QString& text) { m_endpoint.SendTo(text, m_server, kServerPort); }
     void Skip() { m_read = m_received.size(); }
 
     QStringList Next(int n, int timeoutMs) // fewer on time-out
@@ -71,6 +72,7 @@ public:
 private:
     UdpEndpoint m_endpoint;
     QString m_port;
+    QHostAddress m_server;
     QStringList m_received;
     qsizetype m_read = 0;
 };

@@ -3,8 +3,10 @@
 #include "game/session.h"
 #include "platform/browser.h"
 
+#include <QHostAddress>
 #include <QStringList>
 #include <QTemporaryDir>
+#include <QTimer>
 #include <memory>
 
 namespace linkhop::test {
@@ -60,6 +62,20 @@ public:
     void End(int exitCode) override { endings.append(exitCode); }
 };
 
+// A router that answers every question as soon as events run, with `external` as it is then
+// (null: none answered).
+class ScriptedRouter final : public RouterProbe
+{
+public:
+    QHostAddress external;
+    int asked = 0;
+    void AskExternalAddress(QObject* context, std::function<void(const QHostAddress&)> done) override
+    {
+        ++asked;
+        QTimer::singleShot(0, context, [this, done = std::move(done)] { done(external); });
+    }
+};
+
 // A browser without a network: each navigation is recorded, raises BeforeNavigate2 and after
 // `loadDelayMs` the title `titleFor` gives (if any), superseding one still loading.
 class ScriptedBrowser final : public Browser
@@ -97,6 +113,7 @@ struct TestClient
     ScriptedPrompts prompts;
     RecordingLauncher launcher;
     RecordingProgramEnd programEnd;
+    ScriptedRouter router;
     // False: the browser factory gives none, as the client's does until it has one to give.
     bool giveBrowsers = true;
     std::unique_ptr<Session> session;

@@ -80,7 +80,7 @@ TestClient::TestClient(BrowserFactory browsers)
     BrowserFactory scripted = [this](QWidget* parent) -> Browser* {
         return giveBrowsers ? (m_lastBrowser = new ScriptedBrowser(parent)) : nullptr;
     };
-    const Services services{&prompts, &launcher, &programEnd, browsers ? std::move(browsers) : scripted};
+    const Services services{&prompts, &launcher, &programEnd, browsers ? std::move(browsers) : scripted, &router};
     session = std::make_unique<Session>(folder.path(), services, SiteConfig{u"wiki.test"_s});
 }
 
