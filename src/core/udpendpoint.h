@@ -5,8 +5,10 @@
 #include <QList>
 #include <QNetworkDatagram>
 #include <QObject>
+#include <QSet>
 #include <QString>
 #include <functional>
+#include <utility>
 
 class QUdpSocket;
 
@@ -38,6 +40,18 @@ public:
     // blocking; datagrams keep their order. A name that cannot be resolved raises Error.
     void SendData(const QString& text);
     void SendTo(const QString& text, const QHostAddress& address, quint16 port);
+
+    // Replies only: a datagram is handed over only when it comes from an address and port that
+    // this endpoint has sent to (a host name counts as the address it led to) or that AcceptFrom
+    // named. Every other one is dropped where it is read, before it takes room in the inbox, and
+    // counted in Strangers(). Off until set: anyone may speak. Close forgets the sources.
+    void SetRepliesOnly(bool on) { m_repliesOnly = on; }
+    void AcceptFrom(const QHostAddress& address, quint16 port);
+    // Sends to `host` go to `address`, without asking the name service again.
+    void SetHostAddress(const QString& host, const QHostAddress& address);
+    quint64 Strangers() const { return m_strangers; }
+    // The native socket, for a test that sends from this endpoint's address and port.
+    qintptr SocketDescriptor() const;
 
     // A key for each received datagram, from its bytes on the wire. A later datagram with the
     // same non-empty key supersedes an earlier one when only keyed datagrams come between them:
@@ -79,6 +93,7 @@ private:
     void Deliver();
     void FlushQueue();
     void ReportSocketError();
+    bool Accepts(const QNetworkDatagram& datagram) const;
     QUdpSocket* m_socket = nullptr;
     QList<Received> m_inbox;
     qsizetype m_inboxBytes = 0;
@@ -89,6 +104,9 @@ private:
     SupersedeKey m_supersedeKey;
     bool m_deliveryScheduled = false;
     QHash<QString, QHostAddress> m_resolved;
+    bool m_repliesOnly = false;
+    QSet<std::pair<QHostAddress, quint16>> m_sources; // those a reply may come from
+    quint64 m_strangers = 0;
     QList<Pending> m_queue;
     int m_lookupId = -1;
 };
