@@ -92,6 +92,15 @@ void frmGame::InitGame()
 {
     wsGame->RemotePort = kServerPort;
     wsGame->RemoteHost = m_session.ServerAddress;
+    // Only the server this client joined speaks in the session: from the address the handshake
+    // reached, at the server's port. Anything else is dropped unread and never answered.
+    QHostAddress server = m_session.ServerHost;
+    if (server.isNull()) server.setAddress(m_session.ServerAddress.trimmed());
+    wsGame->SetRepliesOnly(true);
+    if (!server.isNull()) {
+        wsGame->SetHostAddress(m_session.ServerAddress, server);
+        wsGame->AcceptFrom(server, kServerPort);
+    }
     // The port the lobby announced to the server; the handshake socket has let it go.
     wsGame->Bind(m_session.LocalPort);
     if (wbMain) wbMain->Navigate(m_session.Site().MainPage());

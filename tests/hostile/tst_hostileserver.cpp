@@ -145,7 +145,7 @@ private Q_SLOTS:
             for (const QString& form : BrokenForms(valid))
                 if ((form.size() == kMaxPayload) == huge) datagrams << ToWire(form);
         Heartbeat heartbeat;
-        Flooder flood(datagrams, TestAddress(), f.S().LocalPort.toUShort(), perSecond);
+        Flooder flood(datagrams, TestAddress(), f.S().LocalPort.toUShort(), perSecond, {}, f.server.Socket());
         QTest::qWait(2000);
         flood.Stop();
         QCOMPARE_LT(heartbeat.LongestHeldMs(), kMaxHeldMs);
@@ -274,10 +274,11 @@ private Q_SLOTS:
 
     void lobbyUnderFlood()
     {
-        // Both lobby sockets flooded: the server browser's with replies, 64 KiB replies and junk, the
-        // handshake's with everything but the replies that end it.
+        // Both lobby sockets flooded by the server asked: the server browser's with replies, 64 KiB
+        // replies and junk, the handshake's with everything but the replies that end it.
         TestClient client;
         Session& s = *client.session;
+        s.SaveOption(u"Servers"_s, TestAddress().toString());
         QList<QByteArray> datagrams;
         for (const QString& text :
              {Huge(u"MESSAGE "_s), u"MESSAGE"_s, msg::IsHost(u"ANN"), u"ISHOST NAME=ann"_s,
@@ -300,7 +301,8 @@ private Q_SLOTS:
         std::unique_ptr<Flooder> flood;
         Heartbeat heartbeat;
         WhenModal<frmServers>([&](frmServers* d) { // which picked the port to flood
-            flood = std::make_unique<Flooder>(datagrams, TestAddress(), s.LocalPort.toUShort(), 3000);
+            flood = std::make_unique<Flooder>(datagrams, TestAddress(), s.LocalPort.toUShort(), 3000,
+                                              QHostAddress(), server.Socket());
             QTest::qWait(1500);
             const auto* active = Find<QListWidget>(d, u"lstActive"_s);
             for (int i = 0; i < active->count(); ++i)

@@ -1,0 +1,258 @@
+// Only the server speaks to its clients. A stranger who knows a player's address and guesses the
+// client's port (7200-7220) sends whatever a server could: into a running session, a running
+// handshake and a running server search. Nothing of it changes anything, nothing is answered, and
+// the client counts each one. The real client and the real server's room on loopback; strangers on
+// 127.77.0.0/16, or at the server's own address from another port.
+#include "clientfakes.h"
+#include "core/udpendpoint.h"
+#include "game/frmgame.h"
+#include "lobby/frmmain.h"
+#include "lobby/frmservers.h"
+#include "lobby/simplecombo.h"
+#include "lobbytest.h"
+#include "panels/frmchat.h"
+#include "panels/frmwinner.h"
+#include "scriptedclient.h"
+#include "server/gameserver.h"
+
+#include <QLabel>
+#include <QListWidget>
+#include <QPushButton>
+#include <QUdpSocket>
+#include <QtTest>
+
+using namespace Qt::Literals::StringLiterals;
+using namespace linkhop;
+using namespace linkhop::test;
+
+namespace {
+
+constexpr quint16 kBo = 47801;
+
+// Where strangers send from: a machine of their own at the server's port, or the server's machine
+// from another port. The client's port is guessed right.
+void Sources(const char* what, const QString& message)
+{
+    QTest::addRow("%s from another machine", what) << message << QHostAddress(u"127.77.0.1"_s) << quint16(7200);
+    QTest::addRow("%s from the server's address", what) << message << TestAddress() << quint16(47900);
+}
+
+// A stranger's socket: one datagram to the player's port, and whatever comes back is kept.
+struct Stranger
+{
+    Stranger(const QHostAddress& address, quint16 port)
+    {
+        if (!socket.bind(address, port)) qFatal("the stranger cannot bind %s", qPrintable(address.toString()));
+    }
+    void Send(const QString& text, const QString& playerPort)
+    {
+        socket.writeDatagram(ToWire(text), QHostAddress(QHostAddress::LocalHost), playerPort.toUShort());
+    }
+    bool Answered()
+    {
+        WaitUntil([] { return false; }, 100);
+        return socket.hasPendingDatagrams();
+    }
+    QUdpSocket socket;
+};
+
+// The real server's room at TestAddress():7200, which Bo, played by the test, hosts; Ann, the real
+// client, joins it through her lobby.
+struct Room
+{
+    explicit Room(const QString& password = {}) : server(Config(password)), bo(kBo)
+    {
+        if (!WaitUntil([&] { return server.Start(TestAddress()); })) qFatal("port 7200 of the test address is held");
+        if (!bo.Join(u"Bo"_s, password).constLast().startsWith(u"PLAYERLIST"_s)) qFatal("Bo cannot join");
+        S().SaveOption(u"Name"_s, u"Ann"_s);
+        S().SaveOption(u"Servers"_s, TestAddress().toString());
+    }
+    ~Room() { delete main.data(); }
+    static server::ServerConfig Config(const QString& password)
+    {
+        server::ServerConfig config;
+        config.Articles = {u"Apple"_s, u"Banana"_s};
+        config.Password = password;
+        return config;
+    }
+
+    Session& S() { return *ann.session; }
+    QString Transcript() { return S().OpenChat() ? S().OpenChat()->Transcript() : QString(); }
+
+    // Join Game, the server typed into the browser; returns once the handshake has begun.
+    void Join()
+    {
+        main = new frmMain(S());
+        main->show();
+        WhenModal<frmServers>([](frmServers* d) {
+            Find<SimpleCombo>(d, u"cmbServers"_s)->setText(TestAddress().toString());
+            Find<QPushButton>(d, u"cmdJoin"_s)->click();
+        });
+        Find<QPushButton>(main, u"cmdJoin"_s)->click();
+    }
+    bool Joined()
+    {
+        return WaitUntil([&] { return S().Game() && S().PlayerCount() == 2; });
+    }
+    // Bo chooses; both race.
+    bool StartRound()
+    {
+        bo.Send(msg::SetWords(u"Apple", u"Banana"));
+        return !bo.NextWithVerb(u"STARTGAME"_s).isEmpty() && WaitUntil([&] { return S().InRound; });
+    }
+    // Everything Ann's session shows or keeps, but the chat.
+    QString State()
+    {
+        Session& s = S();
+        QStringList state{u"round %1: %2 -> %3, chooser %4, on %5, route %6"_s.arg(s.InRound)
+                              .arg(s.Words.at(0), s.Words.at(1), s.ChooserName, s.CurrentArticle, s.RoutePath)};
+        for (const PlayerRecord& p : s.Players())
+            state << u"%1 %2/%3/%4 %5 %6"_s.arg(p.Name).arg(p.Wins).arg(p.Clicks).arg(p.RoundClicks).arg(p.InGame)
+                         .arg(p.Ping);
+        state << u"chooser shown: %1, ended: %2, boxes: "_s.arg(s.OpenWinner() && s.OpenWinner()->isVisible())
+                         .arg(s.Ended()) +
+                     ann.prompts.MessageTexts().join(u'|');
+        if (ScriptedBrowser* browser = ann.LastBrowser()) state << browser->navigations;
+        return state.join(u'\n');
+    }
+
+    server::GameServer server;
+    ScriptedClient bo;
+    TestClient ann;
+    QPointer<frmMain> main;
+};
+
+} // namespace
+
+class tst_strangers : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void cleanup() { StopModalWaits(); }
+
+    void strangersInASession_data()
+    {
+        QTest::addColumn<QString>("message");
+        QTest::addColumn<QHostAddress>("address");
+        QTest::addColumn<quint16>("port");
+        Sources("a game line", u"CHAT NAME=GAME;TEXT=Ann has been disqualified for cheating."_s);
+        Sources("a winner", msg::Winner(u"Ann"));
+        Sources("a round's start", msg::StartGame({u"Tarpit"_s, u"Quicksand"_s}));
+        Sources("a disqualification", msg::Disqualify());
+        Sources("a ping", msg::Ping(u"1"));
+        Sources("a disconnection", msg::Disconnected());
+        Sources("a new round", msg::NewGame(u"Ann"));
+        Sources("a player list", u"PLAYERLIST COUNT=1;P1=Eve;"_s);
+        Sources("a player joining", msg::Join(u"Eve"));
+        Sources("a score", msg::ScoreIs(u"Bo", 99, 99, 99, false));
+        Sources("a page to open", msg::NavigateTo(u"Special:Random"));
+    }
+    void strangersInASession()
+    {
+        QFETCH(QString, message);
+        QFETCH(QHostAddress, address);
+        QFETCH(quint16, port);
+        Room r;
+        r.Join();
+        QVERIFY(r.Joined());
+        QVERIFY(r.StartRound());
+        r.bo.Collect(0);
+        const UdpEndpoint& socket = *r.S().Game()->wsGame;
+        const quint64 strangers = socket.Strangers();
+        const QString state = r.State(), transcript = r.Transcript();
+
+        Stranger stranger(address, port);
+        stranger.Send(message, r.S().LocalPort);
+        QVERIFY(WaitUntil([&] { return socket.Strangers() == strangers + 1; }));
+        // Whatever it could have caused has happened once a line the server relays is shown.
+        r.bo.Send(msg::Chat(u"Bo", u"still racing?"));
+        QVERIFY(WaitUntil([&] { return r.Transcript().endsWith(u"Bo: still racing?"_s); }));
+        QCOMPARE(r.Transcript(), transcript + u"\r\nBo: still racing?"_s);
+        QCOMPARE(r.State(), state);
+        QVERIFY(!stranger.Answered());
+        // Nor did the server hear of it.
+        QCOMPARE(r.bo.Collect(0), QStringList{msg::Chat(u"Bo", u"still racing?")});
+    }
+
+    void strangersInAHandshake_data()
+    {
+        QTest::addColumn<QString>("message");
+        QTest::addColumn<QHostAddress>("address");
+        QTest::addColumn<quint16>("port");
+        Sources("an acceptance", msg::ConnectAccept(true));
+        Sources("a refusal", u"CONNECTREJECT ERROR=-100;"_s);
+        Sources("a version refusal", u"CONNECTREJECT VER=9.99;"_s);
+        Sources("a password prompt", msg::NeedPassword());
+        Sources("the host", msg::IsHost(u"Ann"));
+        Sources("a welcome", msg::Message(u"Welcome to the trap."));
+        Sources("a player list", u"PLAYERLIST COUNT=1;P1=Eve;"_s);
+    }
+    void strangersInAHandshake()
+    {
+        QFETCH(QString, message);
+        QFETCH(QHostAddress, address);
+        QFETCH(quint16, port);
+        // The handshake waits while Ann types the password; the stranger speaks meanwhile.
+        Room r(u"pw"_s);
+        Stranger stranger(address, port);
+        QString status;
+        r.ann.prompts.inputAnswers = {u"pw"_s};
+        r.ann.prompts.onInputBox = [&](const QString&) {
+            const auto* socket = Find<UdpEndpoint>(r.main, u"wsConnect"_s);
+            stranger.Send(message, r.S().LocalPort);
+            if (!WaitUntil([&] { return socket->Strangers() == 1; })) return;
+            WaitUntil([] { return false; }, 50);
+            status = Find<QLabel>(r.main, u"lblStatus"_s)->text();
+        };
+        r.Join();
+        QVERIFY(r.Joined());
+        QCOMPARE(status, u"Connecting to "_s + TestAddress().toString() + u"..."_s);
+        QCOMPARE(r.S().Players().size(), 2);
+        QCOMPARE(r.S().Player(1).Name, u"Bo"_s);
+        QVERIFY(!r.S().OpenWinner()); // Bo hosts
+        QCOMPARE(r.Transcript(), QString());
+        QVERIFY(r.ann.prompts.messageBoxes.isEmpty());
+        QCOMPARE(r.ann.prompts.inputPrompts.size(), 1);
+        QVERIFY(!stranger.Answered());
+    }
+
+    void strangersInAServerSearch_data()
+    {
+        QTest::addColumn<QString>("message");
+        QTest::addColumn<QHostAddress>("address");
+        QTest::addColumn<quint16>("port");
+        Sources("a status", msg::StatusReply(u"game.example", u"99"));
+        Sources("a status naming the server", msg::StatusReply(TestAddress().toString(), u"99"));
+    }
+    void strangersInAServerSearch()
+    {
+        QFETCH(QString, message);
+        QFETCH(QHostAddress, address);
+        QFETCH(quint16, port);
+        Room r;
+        Stranger stranger(address, port);
+        QStringList listed;
+        WhenModal<frmServers>([&](frmServers* d) {
+            const auto* active = Find<QListWidget>(d, u"lstActive"_s);
+            const auto* socket = Find<UdpEndpoint>(d, u"wsFind"_s);
+            // The server asked has answered; the stranger answers too.
+            if (WaitUntil([&] { return active->count() > 0; })) {
+                stranger.Send(message, r.S().LocalPort);
+                WaitUntil([&] { return socket->Strangers() == 1; });
+                WaitUntil([] { return false; }, 100);
+            }
+            for (int i = 0; i < active->count(); ++i)
+                listed << active->item(i)->text();
+            Find<QPushButton>(d, u"cmdCancel"_s)->click();
+        });
+        r.main = new frmMain(r.S());
+        r.main->show();
+        Find<QPushButton>(r.main, u"cmdJoin"_s)->click();
+        QCOMPARE(listed, QStringList{TestAddress().toString() + u" (1)"_s});
+        QVERIFY(!stranger.Answered());
+    }
+};
+
+QTEST_MAIN(tst_strangers)
+#include "tst_strangers.moc"
