@@ -33,7 +33,8 @@ constexpr quint16 kBo = 47801;
 // from another port. The client's port is guessed right.
 void Sources(const char* what, const QString& message)
 {
-    QTest::addRow("%s from another machine", what) << message << QHostAddress(u"127.77.0.1"_s) << quint16(7200);
+    QTest::addRow("%s from another machine", what)
+        << message << QHostAddress(u"127.77.0.1"_s) << quint16(7200);
     QTest::addRow("%s from the server's address", what) << message << TestAddress() << quint16(47900);
 }
 
@@ -42,7 +43,8 @@ struct Stranger
 {
     Stranger(const QHostAddress& address, quint16 port)
     {
-        if (!socket.bind(address, port)) qFatal("the stranger cannot bind %s", qPrintable(address.toString()));
+        if (!socket.bind(address, port))
+            qFatal("the stranger cannot bind %s", qPrintable(address.toString()));
     }
     void Send(const QString& text, const QString& playerPort)
     {
@@ -56,15 +58,30 @@ struct Stranger
     QUdpSocket socket;
 };
 
+// Join Game as `name`, the server's address typed into the browser; returns once the handshake has
+// begun, with the main window that runs it.
+QPointer<frmMain> Join(Session& s, const QString& name, const QString& address)
+{
+    s.SaveOption(u"Name"_s, name);
+    auto* main = new frmMain(s);
+    main->show();
+    WhenModal<frmServers>([address](frmServers* d) {
+        Find<SimpleCombo>(d, u"cmbServers"_s)->setText(address);
+        Find<QPushButton>(d, u"cmdJoin"_s)->click();
+    });
+    Find<QPushButton>(main, u"cmdJoin"_s)->click();
+    return main;
+}
+
 // The real server's room at TestAddress():7200, which Bo, played by the test, hosts; Ann, the real
 // client, joins it through her lobby.
 struct Room
 {
     explicit Room(const QString& password = {}) : server(Config(password)), bo(kBo)
     {
-        if (!WaitUntil([&] { return server.Start(TestAddress()); })) qFatal("port 7200 of the test address is held");
+        if (!WaitUntil([&] { return server.Start(TestAddress()); }))
+            qFatal("port 7200 of the test address is held");
         if (!bo.Join(u"Bo"_s, password).constLast().startsWith(u"PLAYERLIST"_s)) qFatal("Bo cannot join");
-        S().SaveOption(u"Name"_s, u"Ann"_s);
         S().SaveOption(u"Servers"_s, TestAddress().toString());
     }
     ~Room() { delete main.data(); }
@@ -79,17 +96,7 @@ struct Room
     Session& S() { return *ann.session; }
     QString Transcript() { return S().OpenChat() ? S().OpenChat()->Transcript() : QString(); }
 
-    // Join Game, the server typed into the browser; returns once the handshake has begun.
-    void Join()
-    {
-        main = new frmMain(S());
-        main->show();
-        WhenModal<frmServers>([](frmServers* d) {
-            Find<SimpleCombo>(d, u"cmbServers"_s)->setText(TestAddress().toString());
-            Find<QPushButton>(d, u"cmdJoin"_s)->click();
-        });
-        Find<QPushButton>(main, u"cmdJoin"_s)->click();
-    }
+    void Join() { main = ::Join(S(), u"Ann"_s, TestAddress().toString()); }
     bool Joined()
     {
         return WaitUntil([&] { return S().Game() && S().PlayerCount() == 2; });
@@ -104,10 +111,14 @@ struct Room
     QString State()
     {
         Session& s = S();
-        QStringList state{u"round %1: %2 -> %3, chooser %4, on %5, route %6"_s.arg(s.InRound)
-                              .arg(s.Words.at(0), s.Words.at(1), s.ChooserName, s.CurrentArticle, s.RoutePath)};
+        QStringList state{u"round %1: %2 -> %3, chooser %4, on %5, route %6"_s.arg(s.InRound).arg(
+            s.Words.at(0), s.Words.at(1), s.ChooserName, s.CurrentArticle, s.RoutePath)};
         for (const PlayerRecord& p : s.Players())
-            state << u"%1 %2/%3/%4 %5 %6"_s.arg(p.Name).arg(p.Wins).arg(p.Clicks).arg(p.RoundClicks).arg(p.InGame)
+            state << u"%1 %2/%3/%4 %5 %6"_s.arg(p.Name)
+                         .arg(p.Wins)
+                         .arg(p.Clicks)
+                         .arg(p.RoundClicks)
+                         .arg(p.InGame)
                          .arg(p.Ping);
         state << u"chooser shown: %1, ended: %2, boxes: "_s.arg(s.OpenWinner() && s.OpenWinner()->isVisible())
                          .arg(s.Ended()) +
@@ -231,6 +242,7 @@ private Q_SLOTS:
         QFETCH(QHostAddress, address);
         QFETCH(quint16, port);
         Room r;
+        r.S().SaveOption(u"Name"_s, u"Ann"_s);
         Stranger stranger(address, port);
         QStringList listed;
         WhenModal<frmServers>([&](frmServers* d) {
@@ -251,6 +263,34 @@ private Q_SLOTS:
         Find<QPushButton>(r.main, u"cmdJoin"_s)->click();
         QCOMPARE(listed, QStringList{TestAddress().toString() + u" (1)"_s});
         QVERIFY(!stranger.Answered());
+    }
+
+    // A server bound to every address of a machine that has several answers each client from the
+    // address that client sent to, which the kernel, choosing by route, would not: from 127.0.0.1.
+    // Otherwise the clients, hearing their server alone, would hear nothing.
+    void serverAnswersFromTheAddressReached_data()
+    {
+        QTest::addColumn<QHostAddress>("bound");
+        QTest::newRow("every IPv4 address") << QHostAddress(QHostAddress::AnyIPv4);
+        QTest::newRow("every address of both families") << QHostAddress(QHostAddress::Any);
+    }
+    void serverAnswersFromTheAddressReached()
+    {
+        QFETCH(QHostAddress, bound);
+        server::GameServer server(Room::Config({}));
+        QVERIFY2(WaitUntil([&] { return server.Start(bound); }), "port 7200 is held");
+        TestClient ann, bo;
+        Session &a = *ann.session, &b = *bo.session;
+        Join(a, u"Ann"_s, TestAddress().toString());
+        QVERIFY(WaitUntil([&] { return a.Game() != nullptr; }));
+        Join(b, u"Bo"_s, u"127.0.0.4"_s);
+        QVERIFY(WaitUntil([&] { return b.Game() && a.PlayerCount() == 2; }));
+        // Relayed to each at the address it reached the server at.
+        a.SendData(msg::Chat(u"Ann", u"hi Bo"));
+        b.SendData(msg::Chat(u"Bo", u"hi Ann"));
+        QVERIFY(WaitUntil([&] { return a.OpenChat()->Transcript().endsWith(u"Bo: hi Ann"_s); }));
+        QVERIFY(WaitUntil([&] { return b.OpenChat()->Transcript().contains(u"Ann: hi Bo"_s); }));
+        QCOMPARE(a.Game()->wsGame->Strangers() + b.Game()->wsGame->Strangers(), quint64(0));
     }
 };
 
