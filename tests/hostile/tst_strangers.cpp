@@ -17,9 +17,18 @@
 
 #include <QLabel>
 #include <QListWidget>
+#include <QProcess>
 #include <QPushButton>
 #include <QUdpSocket>
 #include <QtTest>
+#include <arpa/inet.h>
+#include <csignal>
+#include <cstring>
+#include <netinet/ip.h>
+#include <netinet/udp.h>
+#include <sys/prctl.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 using namespace Qt::Literals::StringLiterals;
 using namespace linkhop;
@@ -72,6 +81,73 @@ QPointer<frmMain> Join(Session& s, const QString& name, const QString& address)
     Find<QPushButton>(main, u"cmdJoin"_s)->click();
     return main;
 }
+
+// Sends `payload` to `to`:`toPort` as if from `from`:`fromPort`, headers written by hand on a raw
+// socket. False where forging is not allowed (without CAP_NET_RAW).
+bool Forge(const QHostAddress& from, quint16 fromPort, const QHostAddress& to, quint16 toPort,
+           const QByteArray& payload)
+{
+    const int fd = ::socket(AF_INET, SOCK_RAW | SOCK_CLOEXEC, IPPROTO_RAW);
+    if (fd < 0) return false;
+    QByteArray packet(int(sizeof(iphdr) + sizeof(udphdr)), '\0');
+    packet += payload;
+    iphdr ip{};
+    ip.version = 4;
+    ip.ihl = sizeof ip / 4;
+    ip.ttl = 64;
+    ip.protocol = IPPROTO_UDP;
+    ip.tot_len = htons(quint16(packet.size()));
+    ip.saddr = htonl(from.toIPv4Address());
+    ip.daddr = htonl(to.toIPv4Address());
+    udphdr udp{};
+    udp.source = htons(fromPort);
+    udp.dest = htons(toPort);
+    udp.len = htons(quint16(sizeof udp + size_t(payload.size()))); // no checksum: allowed over IPv4
+    std::memcpy(packet.data(), &ip, sizeof ip);
+    std::memcpy(packet.data() + sizeof ip, &udp, sizeof udp);
+    sockaddr_in target{};
+    target.sin_family = AF_INET;
+    target.sin_addr.s_addr = ip.daddr;
+    const bool sent = ::sendto(fd, packet.constData(), size_t(packet.size()), 0,
+                               reinterpret_cast<const sockaddr*>(&target), sizeof target) == packet.size();
+    ::close(fd);
+    return sent;
+}
+
+// The real LinkhopServer program at TestAddress():7200, asking no encyclopedia and no router. It
+// dies with the test program.
+struct ServerProgram
+{
+    ~ServerProgram()
+    {
+        process.kill();
+        process.waitForFinished(3000);
+    }
+    bool Start()
+    {
+        process.setProgram(QCoreApplication::applicationDirPath() + u"/LinkhopServer"_s);
+        process.setArguments(
+            {u"--bind"_s, TestAddress().toString(), u"--site"_s, u"none"_s, u"--no-port-mapping"_s});
+        process.setProcessChannelMode(QProcess::MergedChannels);
+        process.setChildProcessModifier([] { ::prctl(PR_SET_PDEATHSIG, SIGKILL); });
+        // The port of a server just killed may be held a moment longer.
+        const qsizetype started = Log().count(u"LinkhopServer ready on"_s);
+        for (QDeadlineTimer deadline(10000); !deadline.hasExpired(); QThread::msleep(100)) {
+            process.start();
+            process.waitForStarted();
+            while (process.state() == QProcess::Running &&
+                   Log().count(u"LinkhopServer ready on"_s) == started)
+                process.waitForReadyRead(100);
+            if (process.state() == QProcess::Running) return true;
+        }
+        return false;
+    }
+    void Signal(int number) { ::kill(pid_t(process.processId()), number); }
+    QString Log() { return log += QString::fromLocal8Bit(process.readAll()); }
+
+    QProcess process;
+    QString log;
+};
 
 // The real server's room at TestAddress():7200, which Bo, played by the test, hosts; Ann, the real
 // client, joins it through her lobby.
@@ -263,6 +339,90 @@ private Q_SLOTS:
         Find<QPushButton>(r.main, u"cmdJoin"_s)->click();
         QCOMPARE(listed, QStringList{TestAddress().toString() + u" (1)"_s});
         QVERIFY(!stranger.Answered());
+    }
+
+    // The server stalls in the middle of a round and comes back; then it crashes and is started
+    // again. The player is told when it stops answering and when it answers again, and the
+    // restarted server's "DISCONNECT" ends the old session, as a server's always has.
+    void serverGoneAndBack()
+    {
+        ServerProgram server;
+        QVERIFY2(server.Start(), qPrintable(server.Log()));
+        TestClient ann;
+        Session& s = *ann.session;
+        Join(s, u"Ann"_s, TestAddress().toString());
+        QVERIFY(WaitUntil([&] { return s.Game() != nullptr; }));
+        s.Game()->SetServerSilenceMs(1000);
+        s.Game()->tmrPing->setInterval(200);
+        s.SendData(msg::SetWords(u"Apple", u"Banana")); // the only player chooses
+        QVERIFY(WaitUntil([&] { return s.InRound; }));
+        const auto told = [&](const QString& line) {
+            return s.OpenChat() ? s.OpenChat()->Transcript().count(line) : -1;
+        };
+        const QString gone = u"GAME: The server has stopped answering"_s,
+                      back = u"GAME: The server answers again."_s;
+
+        server.Signal(SIGSTOP);
+        QVERIFY(WaitUntil([&] { return told(gone) == 1; }));
+        QVERIFY(s.InRound && !s.Ended());
+        server.Signal(SIGCONT);
+        QVERIFY(WaitUntil([&] { return told(back) == 1; }));
+
+        server.process.kill();
+        QVERIFY(server.process.waitForFinished(5000));
+        QVERIFY(WaitUntil([&] { return told(gone) == 2; }));
+        QVERIFY(s.InRound && !s.Ended());
+        QVERIFY2(server.Start(), qPrintable(server.Log()));
+        QVERIFY(WaitUntil([&] { return s.Ended(); }));
+        QCOMPARE(ann.prompts.MessageTexts(), QStringList{u"You have been disconnected from the game."_s});
+        QCOMPARE(ann.programEnd.endings, QList<int>{0});
+        QVERIFY2(
+            server.Log().contains(
+                u"disconnect 127.0.0.1:%1: \"PINGME\" from an endpoint without a place"_s.arg(s.LocalPort)),
+            qPrintable(server.Log()));
+    }
+
+    // Datagrams forged in the name of a seated player's endpoint are the player's to the server,
+    // as nothing tells them apart; but none is answered with "DISCONNECT", and the player plays on
+    // at once. One forged from the player's address at another port is answered there, alone.
+    void forgedPlayer_data()
+    {
+        QTest::addColumn<QString>("datagram");
+        QTest::addColumn<bool>("otherPort");
+        for (const QString& datagram :
+             {msg::PingMe(u"7201"), msg::GetScore(u"7201", u"Zed"), msg::Chat(u"Zed", u"hi"),
+              msg::Disconnect(u"Bo"), msg::Navigate(u"Bo", u"Banana"), msg::GetRandom(1),
+              msg::TimeRequest(u"7201"), msg::SetWords(u"Moon", u"Sun"), u"PINGME soon"_s})
+            QTest::newRow(qPrintable(datagram)) << datagram << false;
+        QTest::newRow("from her address, another port") << msg::PingMe(u"47950") << true;
+    }
+    void forgedPlayer()
+    {
+        QFETCH(QString, datagram);
+        QFETCH(bool, otherPort);
+        Room r;
+        r.Join();
+        QVERIFY(r.Joined());
+        QVERIFY(r.StartRound());
+        const server::Player* seat = r.server.GameRoom().FindPlayer(u"Ann");
+        QVERIFY(seat);
+        const server::Endpoint ann = seat->Where;
+        QUdpSocket elsewhere; // her machine, another port
+        QVERIFY(elsewhere.bind(ann.Address, 47950));
+        const quint16 port = otherPort ? 47950 : ann.Port;
+        if (!Forge(ann.Address, port, TestAddress(), kServerPort, ToWire(datagram)))
+            QSKIP("forging a source address needs CAP_NET_RAW");
+        for (int i = 1; i < 20; ++i)
+            QVERIFY(Forge(ann.Address, port, TestAddress(), kServerPort, ToWire(datagram)));
+        r.bo.Collect(200);
+        r.S().SendData(msg::Chat(u"Ann", u"still here"));
+        QCOMPARE(r.bo.NextWithVerb(u"CHAT"_s), msg::Chat(u"Ann", u"still here"));
+        QCOMPARE(r.server.GameRoom().Players().size(), 2);
+        QVERIFY(r.S().InRound && !r.S().Ended() && r.ann.prompts.messageBoxes.isEmpty());
+        QStringList there;
+        while (elsewhere.hasPendingDatagrams())
+            there << FromWire(elsewhere.receiveDatagram().data());
+        QCOMPARE(there, otherPort ? QStringList{msg::Disconnected()} : QStringList());
     }
 
     // A server bound to every address of a machine that has several answers each client from the

@@ -5,6 +5,7 @@
 #include "server/gameserver.h"
 
 #include <QtTest>
+#include <list>
 #include <memory>
 
 using namespace Qt::Literals::StringLiterals;
@@ -262,6 +263,70 @@ private Q_SLOTS:
         ann.Send(msg::GetScore(ann.PortText(), u"Ann")); // and the room still works
         QCOMPARE(ann.Next(), Score(u"Ann"_s, 0, 0, 0));
         QCOMPARE(room().Players().size(), 2);
+    }
+
+    // A player's message from an endpoint that holds no place (a client of the room before the
+    // server restarted) is answered with the classic "DISCONNECT", once in a while: never to an
+    // endpoint that holds a place or an acceptance, whatever its message, never to one leaving,
+    // never with more bytes than came.
+    void staleEndpoints_data()
+    {
+        QTest::addColumn<QString>("datagram");
+        QTest::addColumn<int>("sender"); // 0 a stranger, 1 Ann's machine at another port, 2 Ann, 3 accepted
+        QTest::addColumn<bool>("told");
+        for (const QString& datagram :
+             {msg::PingMe(u"47305"), msg::GetScore(u"47305", u"Ann"), msg::Navigate(u"Eve", u"Banana"),
+              msg::Chat(u"Eve", u"hi"), msg::Pong(u"Eve", u"1"), msg::SetWords(u"Moon", u"Sun"),
+              msg::GetRandom(1), msg::SendMyPath(u"Eve", u"A\rB"), msg::TimeRequest(u"47305"),
+              msg::GetWords(u"Eve")})
+            QTest::newRow(qPrintable(u"a stranger's "_s + Verb(datagram))) << datagram << 0 << true;
+        QTest::newRow("as long as the notice") << u"PINGME 720"_s << 0 << true;
+        QTest::newRow("shorter than the notice") << u"PINGME 72"_s << 0 << false;
+        QTest::newRow("a stranger leaving") << msg::Disconnect(u"Eve") << 0 << false;
+        QTest::newRow("Ann's machine, another port") << msg::PingMe(u"47305") << 1 << true;
+        QTest::newRow("Ann, as herself") << msg::PingMe(u"47301") << 2 << false;
+        QTest::newRow("Ann, as another") << msg::Navigate(u"Bo", u"Banana") << 2 << false;
+        QTest::newRow("Ann, leaving as another") << msg::Disconnect(u"Bo") << 2 << false;
+        QTest::newRow("accepted, not yet seated") << msg::PingMe(u"47303") << 3 << false;
+    }
+    void staleEndpoints()
+    {
+        QFETCH(QString, datagram);
+        QFETCH(int, sender);
+        QFETCH(bool, told);
+        QVERIFY(StartServer([](ServerConfig& config) { config.StaleNoticeMs = 500; }));
+        ScriptedClient ann(kAnn), bo(kBo), cy(kCy), eve(kEve, OtherAddress()), annsNeighbour(kStranger);
+        QVERIFY(AnnAndBo(ann, bo));
+        cy.Send(msg::Connect(ClientVersion, u"Cy", cy.PortText()));
+        QCOMPARE(cy.Next(), u"CONNECTACCEPT PLAYING=no;"_s);
+        ScriptedClient& from = *QList{&eve, &annsNeighbour, &ann, &cy}[sender];
+        const auto notices = [&] { return from.Collect(200).count(msg::Disconnected()); };
+        for (int i = 0; i < 3; ++i)
+            from.Send(datagram);
+        QCOMPARE(notices(), int(told)); // once in a while, however often it speaks
+        QTest::qWait(500);
+        from.Send(datagram);
+        QCOMPARE(notices(), int(told));
+        QVERIFY(!bo.Collect(0).contains(msg::Disconnected()));
+        QVERIFY(!ann.Collect(0).contains(msg::Disconnected()));
+        QCOMPARE(room().Players().size(), 2);
+    }
+
+    // Fresh endpoints sprayed at the server: the notices to all of them together keep within their
+    // budget.
+    void staleNoticesWithinBudget()
+    {
+        QVERIFY(StartServer([](ServerConfig& config) { config.StaleNoticeRate = 5; }));
+        std::list<ScriptedClient> strangers;
+        for (quint16 i = 0; i < 40; ++i)
+            strangers.emplace_back(quint16(47320 + i), OtherAddress()).Send(msg::PingMe(u"7201"));
+        int told = 0;
+        for (ScriptedClient& stranger : strangers)
+            told += int(stranger.Collect(0).count(msg::Disconnected()));
+        QTest::qWait(200);
+        for (ScriptedClient& stranger : strangers)
+            told += int(stranger.Collect(0).count(msg::Disconnected()));
+        QVERIFY2(told >= 5 && told <= 7, qPrintable(QString::number(told)));
     }
 
     // Words the chooser may not start a round on: told why, alone, and nothing starts.
