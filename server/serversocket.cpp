@@ -295,7 +295,6 @@ ServerSocket::Sent ServerSocket::SendTo(QByteArrayView bytes, const QHostAddress
             from = &it->to;
         else if (!m_speaking.isNull() && to == m_speaking)
             from = &m_speakingTo; // an answer to the datagram being handled, at whatever port
-
         if (from && SendFrom(bytes, address, length, *from)) return Sent::Ok;
     }
     const ssize_t sent = sendto(m_fd, bytes.data(), size_t(bytes.size()), MSG_DONTWAIT,
@@ -368,7 +367,7 @@ void ServerSocket::PlayerAt(const QHostAddress& address, quint16 port, bool pres
         m_gate.Unpin(source);
     if (!m_anyAddress) return;
     // A player is seated while its datagram is handled: where that datagram went is where the
-    // player's address sends.
+    // player sends.
     const Peer peer{PlainAddress(address), port};
     if (present) {
         Reached& reached = m_reached[peer];

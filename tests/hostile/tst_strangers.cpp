@@ -38,6 +38,13 @@ namespace {
 
 constexpr quint16 kBo = 47801;
 
+void SourceColumns()
+{
+    QTest::addColumn<QString>("message");
+    QTest::addColumn<QHostAddress>("address");
+    QTest::addColumn<quint16>("port");
+}
+
 // Where strangers send from: a machine of their own at the server's port, or the server's machine
 // from another port. The client's port is guessed right.
 void Sources(const char* what, const QString& message)
@@ -177,9 +184,11 @@ struct Room
     {
         return WaitUntil([&] { return S().Game() && S().PlayerCount() == 2; });
     }
-    // Bo chooses; both race.
-    bool StartRound()
+    // Ann joins, Bo chooses, both race.
+    bool JoinAndRace()
     {
+        Join();
+        if (!Joined()) return false;
         bo.Send(msg::SetWords(u"Apple", u"Banana"));
         return !bo.NextWithVerb(u"STARTGAME"_s).isEmpty() && WaitUntil([&] { return S().InRound; });
     }
@@ -220,9 +229,7 @@ private Q_SLOTS:
 
     void strangersInASession_data()
     {
-        QTest::addColumn<QString>("message");
-        QTest::addColumn<QHostAddress>("address");
-        QTest::addColumn<quint16>("port");
+        SourceColumns();
         Sources("a game line", u"CHAT NAME=GAME;TEXT=Ann has been disqualified for cheating."_s);
         Sources("a winner", msg::Winner(u"Ann"));
         Sources("a round's start", msg::StartGame({u"Tarpit"_s, u"Quicksand"_s}));
@@ -241,9 +248,7 @@ private Q_SLOTS:
         QFETCH(QHostAddress, address);
         QFETCH(quint16, port);
         Room r;
-        r.Join();
-        QVERIFY(r.Joined());
-        QVERIFY(r.StartRound());
+        QVERIFY(r.JoinAndRace());
         r.bo.Collect(0);
         const UdpEndpoint& socket = *r.S().Game()->wsGame;
         const quint64 strangers = socket.Strangers();
@@ -264,9 +269,7 @@ private Q_SLOTS:
 
     void strangersInAHandshake_data()
     {
-        QTest::addColumn<QString>("message");
-        QTest::addColumn<QHostAddress>("address");
-        QTest::addColumn<quint16>("port");
+        SourceColumns();
         Sources("an acceptance", msg::ConnectAccept(true));
         Sources("a refusal", u"CONNECTREJECT ERROR=-100;"_s);
         Sources("a version refusal", u"CONNECTREJECT VER=9.99;"_s);
@@ -306,9 +309,7 @@ private Q_SLOTS:
 
     void strangersInAServerSearch_data()
     {
-        QTest::addColumn<QString>("message");
-        QTest::addColumn<QHostAddress>("address");
-        QTest::addColumn<quint16>("port");
+        SourceColumns();
         Sources("a status", msg::StatusReply(u"game.example", u"99"));
         Sources("a status naming the server", msg::StatusReply(TestAddress().toString(), u"99"));
     }
@@ -401,9 +402,7 @@ private Q_SLOTS:
         QFETCH(QString, datagram);
         QFETCH(bool, otherPort);
         Room r;
-        r.Join();
-        QVERIFY(r.Joined());
-        QVERIFY(r.StartRound());
+        QVERIFY(r.JoinAndRace());
         const server::Player* seat = r.server.GameRoom().FindPlayer(u"Ann");
         QVERIFY(seat);
         const server::Endpoint ann = seat->Where;
