@@ -33,8 +33,10 @@ GameServer::GameServer(ServerConfig config, QObject* parent)
       m_encyclopedia(config.Site.isEmpty()
                          ? nullptr
                          : std::make_unique<WikiEncyclopedia>(
-                               config.Site, SearchBudget{config.SearchMaxClicks, config.SearchMaxRequests,
-                                                         config.SearchMaxMs})),
+                               config.Site, config.Contact,
+                               RequestBudget{config.ApiRate, config.ApiBurst, config.RoundRequests,
+                                             config.SearchMaxRequests},
+                               SearchBudget{config.SearchMaxClicks, config.SearchMaxRequests, config.SearchMaxMs})),
       m_room(std::move(config), *this)
 {
     m_room.SetEncyclopedia(m_encyclopedia.get());

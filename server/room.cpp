@@ -20,11 +20,6 @@ namespace linkhop::server {
 
 namespace {
 
-// The words a client reports instead of a title for a page a round forbids.
-constexpr QStringView kForbiddenWords[] = {u"list",   u"history", u"edit",    u"talk", u"category",
-                                           u"wiki",   u"help",    u"special", u"user", u"portal",
-                                           u"search", u"number",  u"nowiki"};
-
 constexpr qsizetype kMaxWordLength = 255;
 constexpr qint64 kMaxPingMs = 60000;
 // The longest datagram IPv4 carries: "PLAYERLIST" must fit in one, or it never arrives.
@@ -36,19 +31,6 @@ constexpr qint64 kGuessesForgottenMs = 10 * 60 * 1000;
 constexpr double kLogBurst = 50;
 constexpr double kLogRate = 5;
 constexpr qint64 kLogSummaryMs = 10000;
-// "10 minutes", "1 minute", "30 seconds".
-QString Duration(qint64 ms)
-{
-    const bool minutes = ms >= 60000 && ms % 60000 == 0;
-    const qint64 n = minutes ? ms / 60000 : std::max<qint64>(1, (ms + 500) / 1000);
-    return QString::number(n) +
-           (minutes ? (n == 1 ? u" minute"_s : u" minutes"_s) : (n == 1 ? u" second"_s : u" seconds"_s));
-}
-
-// A route longer than this (in characters of its titles) is not kept whole, and its win stands
-// unchecked: no racer clicks so far, and a forger may not grow the server's memory.
-constexpr qsizetype kMaxRouteChars = 16384;
-
 qsizetype Digits(qsizetype n)
 {
     qsizetype digits = 1;
@@ -75,26 +57,12 @@ bool SameSecret(QStringView a, QStringView b)
     return differ == 0 && !b.isEmpty();
 }
 
-bool IsForbiddenWord(QStringView word)
-{
-    return std::find(std::begin(kForbiddenWords), std::end(kForbiddenWords), word) !=
-           std::end(kForbiddenWords);
-}
-
 // A title as a client would report it: "_" for a space, as the address writes it, is a space.
 QString ArticleWord(QStringView title)
 {
     QString word = title.trimmed().toString();
     word.replace(u'_', u' ');
     return word;
-}
-
-// Titles name the same article when they differ only in letter case or "_" for a space.
-QString ArticleKey(QStringView title)
-{
-    QString key = title.trimmed().toString().toLower();
-    key.replace(u'_', u' ');
-    return key;
 }
 
 void Increment(qint32& value)
@@ -155,7 +123,8 @@ const Room::Route Room::kRoutes[] = {
 
 Room::Room(ServerConfig config, RoomOutput& output, Clock clock)
     : m_config(std::move(config)), m_output(output), m_clock(clock ? std::move(clock) : SteadyClock()),
-      m_self(std::make_shared<Room*>(this)), m_stale(m_config.StaleNoticeMs, m_config.StaleNoticeRate)
+      m_referee(Referee::Rules{m_config.MsPerClick, m_config.QuickPages}, *this, m_clock),
+      m_stale(m_config.StaleNoticeMs, m_config.StaleNoticeRate)
 {
     if (m_config.Articles.isEmpty()) m_config.Articles = FallbackArticles();
     m_random.seed(m_config.Seed != 0 ? m_config.Seed : std::random_device{}());
@@ -225,7 +194,6 @@ void Room::Tick()
         if (now - player.LastHeardMs > m_config.SilenceMs) silent.append(player.Id);
     for (quint64 id : silent)
         if (m_players.contains(id)) RemovePlayer(id, Exit::Drop);
-    SettleArrivals();
     if (m_roundRunning && m_config.RoundMs > 0 && now - m_roundStartMs >= m_config.RoundMs)
         EndRoundWithoutWinner(
             u"Time is up: nobody reached \"%1\" in %2."_s.arg(m_words.at(1), Duration(m_config.RoundMs)));
@@ -261,8 +229,7 @@ void Room::DisconnectAll()
     m_pathFrom = 0;
     m_roundRunning = false;
     m_words.clear();
-    m_arrivals.clear();
-    m_shortestWanted = false;
+    m_referee.RaceOver({}, 0);
 }
 
 // --- handshake ----------------------------------------------------------------------------------
@@ -468,9 +435,11 @@ void Room::RemovePlayer(quint64 id, Exit how)
     Log(u"%1 \"%2\" (%3 players)"_s.arg(how == Exit::Leave ? u"leave"_s : u"drop"_s, name)
             .arg(m_players.size()));
 
+    m_referee.Leave(id);
     if (m_pathFrom == id) m_pathFrom = 0;
     if (m_players.isEmpty()) {
         m_chooser = 0;
+        if (m_roundRunning) m_referee.RaceOver({}, 0);
         m_roundRunning = false;
         m_words.clear();
         m_fanOut.clear();
@@ -486,6 +455,8 @@ void Room::RemovePlayer(quint64 id, Exit how)
         Broadcast(msg::NewGame(ChooserPlayer()->Name));
         Log(u"chooser \"%1\" (the previous chooser left)"_s.arg(ChooserPlayer()->Name));
     }
+    // An arrival that waited for the one who left may win now.
+    if (m_roundRunning) m_referee.Settle();
 }
 
 // --- the session --------------------------------------------------------------------------------
@@ -558,7 +529,7 @@ void Room::OnChat(const Incoming& in)
     // the one the client showed at that moment, which may already be a later forbidden page.
     if (name != msg::GameSpeaker || speaker.NoticeFor.isEmpty()) return;
     QString notice;
-    for (QStringView page : kForbiddenWords) {
+    for (QStringView page : ForbiddenWords()) {
         const QString candidate = msg::DisqualifiedNotice(speaker.Name, page);
         if (ChatText(candidate) == text) notice = candidate;
     }
@@ -612,6 +583,11 @@ void Room::OnSetWords(const Incoming& in)
     const QString initial = GetParam(in.text, u"WORD0").trimmed();
     const QString destination = GetParam(in.text, u"WORD1").trimmed();
 
+    // A word no page could have as its title, which nobody could ever report, and why.
+    std::pair<QString, QString> untitled;
+    for (const QString& word : {initial, destination})
+        if (const QString problem = TitleProblem(word); !problem.isEmpty() && untitled.first.isEmpty())
+            untitled = {word, problem};
     QString why;
     if (initial.isEmpty() || destination.isEmpty()) {
         why = u"Both an initial and a destination article are needed."_s;
@@ -622,6 +598,9 @@ void Room::OnSetWords(const Incoming& in)
     } else if (const QString problem = WordProblem(QString(initial + destination)); !problem.isEmpty()) {
         why = u"Article titles cannot hold control or invisible characters, nor spaces other than the "
               u"ordinary one."_s;
+    } else if (!untitled.second.isEmpty()) {
+        why = u"\"%1\" cannot be a page's title: no page can have %2."_s.arg(ShownTitle(untitled.first),
+                                                                              untitled.second);
     } else if (IsForbiddenTitle(initial) || IsForbiddenTitle(destination) ||
                IsForbiddenWord(ArticleWord(initial)) || IsForbiddenWord(ArticleWord(destination))) {
         const bool first = IsForbiddenTitle(initial) || IsForbiddenWord(ArticleWord(initial));
@@ -644,40 +623,21 @@ void Room::StartRound(const QString& initial, const QString& destination)
     m_roundRunning = true;
     m_words = {initial, destination};
     m_pathFrom = 0;
-    ++m_round;
     m_roundStartMs = m_clock();
-    m_arrivals.clear();
-    m_shortest.reset();
-    m_shortestWanted = false;
-    m_winner.clear();
+    QList<quint64> racers;
     for (Player& player : m_players) {
         player.RoundClicks = 0;
         player.InGame = true;
         player.Entered = true;
         player.Racing = true;
         player.NoticeFor.clear();
-        player.Route.clear();
-        player.RouteChars = 0;
-        player.RouteCut = false;
-        player.Arrived = false;
-        player.Verdict.reset();
+        racers.append(player.Id);
     }
     Broadcast(msg::StartGame(m_words));
     Log(u"round start \"%1\" -> \"%2\", chosen by \"%3\", %4 players"_s
             .arg(initial, destination, ChooserPlayer()->Name)
             .arg(m_players.size()));
-    if (!m_encyclopedia) return;
-    const std::weak_ptr<Room*> room = m_self;
-    m_encyclopedia->RoundStarts(initial, destination, [room, round = m_round](const ShortestRoute& found) {
-        const auto self = room.lock();
-        if (!self || !*self || (*self)->m_round != round) return;
-        Room& r = **self;
-        r.m_shortest = found;
-        r.Log(u"shortest route: %1 (%2 requests, %3 ms)"_s.arg(r.ShortestRouteLine())
-                  .arg(found.requests)
-                  .arg(found.ms));
-        if (r.m_shortestWanted) r.TellShortestRoute();
-    });
+    m_referee.StartRace(initial, destination, racers);
 }
 
 void Room::OnGetWords(const Incoming& in)
@@ -689,11 +649,7 @@ void Room::OnGetWords(const Incoming& in)
     player.Racing = true;
     player.InGame = true;
     player.RoundClicks = 0;
-    player.Route.clear();
-    player.RouteChars = 0;
-    player.RouteCut = false;
-    player.Arrived = false;
-    player.Verdict.reset();
+    m_referee.Enter(player.Id);
     SendTo(player, msg::StartGame(m_words));
     ScoreChanged(player);
 }
@@ -701,93 +657,55 @@ void Room::OnGetWords(const Incoming& in)
 void Room::OnNavigate(const Incoming& in)
 {
     Player& player = *in.player;
-    if (!FromNamed(in) || !m_roundRunning || !player.Racing || player.Arrived) return;
+    if (!FromNamed(in) || !m_roundRunning || !player.Racing) return;
     const QString page = GetParam(in.text, u"URL");
     if (page.isEmpty()) return;
-    // A client reports each page once: the same page again is no click.
-    if (!player.Route.isEmpty() && ArticleKey(player.Route.last()) == ArticleKey(page)) return;
-    if (IsForbiddenWord(page)) return Disqualify(player, page);
+    const Referee::Call call = m_referee.Navigate(player.Id, page);
+    if (call == Referee::Call::Ignored || call == Referee::Call::Out) return;
     Increment(player.Clicks);
     Increment(player.RoundClicks);
-    if (player.RouteChars + page.size() <= kMaxRouteChars) {
-        player.Route.append(page);
-        player.RouteChars += page.size();
-    } else {
-        player.RouteCut = true;
-    }
-    if (ArticleKey(page) == ArticleKey(m_words.at(1))) return Arrive(player);
+    // Taken on trust, the win is at once, and its score goes out with "WINNER".
+    if (call == Referee::Call::Arrived && !m_referee.Vouches()) return m_referee.Settle();
     ScoreChanged(player);
+    if (call == Referee::Call::Arrived) m_referee.Settle();
 }
 
-void Room::Arrive(Player& player)
+void Room::Disqualified(quint64 racer, const QString& notice, const QString& why)
 {
-    if (!m_encyclopedia) return Win(player);
-    ScoreChanged(player);
-    player.Arrived = true;
-    player.ArrivedMs = m_clock();
-    m_arrivals.push_back(player.Id);
-    if (player.RouteCut) {
-        player.Verdict = RouteVerdict{RouteVerdict::Unchecked, 0, u"the route is too long to check"_s};
-        return SettleArrivals();
-    }
-    const std::weak_ptr<Room*> room = m_self;
-    m_encyclopedia->CheckRoute(QStringList{m_words.at(0)} + player.Route,
-                               [room, round = m_round, id = player.Id](const RouteVerdict& verdict) {
-                                   const auto self = room.lock();
-                                   if (self && *self) (*self)->Verdict(round, id, verdict);
-                               });
+    const auto it = m_players.find(racer);
+    if (it == m_players.end()) return;
+    // The client's own notice would name the page it shows; the game tells the step instead.
+    if (!why.isEmpty()) Broadcast(msg::Chat(msg::GameSpeaker, u"%1 is out of the round: %2."_s.arg(it->Name, why)));
+    PutOut(*it, notice, why.isEmpty() ? notice : why);
 }
 
-void Room::Verdict(quint64 round, quint64 id, const RouteVerdict& verdict)
+void Room::Won(quint64 racer, const QString& unchecked)
 {
-    if (round != m_round || !m_roundRunning) return;
-    const auto it = m_players.find(id);
-    if (it == m_players.end() || !it->Arrived) return;
-    it->Verdict = verdict;
-    SettleArrivals();
+    const auto it = m_players.find(racer);
+    if (it == m_players.end()) return;
+    if (!unchecked.isEmpty()) Log(u"route of \"%1\" not checked: %2"_s.arg(it->Name, unchecked));
+    Win(*it);
 }
 
-void Room::SettleArrivals()
+void Room::RaceEnded(const QString& why)
 {
-    // Whoever arrived first wins, if the route stands; a later arrival waits for the earlier ones.
-    while (m_roundRunning && !m_arrivals.empty()) {
-        const auto it = m_players.find(m_arrivals.front());
-        if (it == m_players.end() || !it->Arrived || !it->Racing) {
-            m_arrivals.pop_front();
-            continue;
-        }
-        Player& player = *it;
-        if (!player.Verdict) {
-            if (m_clock() - player.ArrivedMs < m_config.RouteCheckMs) return;
-            player.Verdict =
-                RouteVerdict{RouteVerdict::Unchecked, 0,
-                             u"the encyclopedia did not answer within %1 ms"_s.arg(m_config.RouteCheckMs)};
-        }
-        m_arrivals.pop_front();
-        player.Arrived = false;
-        const RouteVerdict verdict = *player.Verdict;
-        if (verdict.kind == RouteVerdict::Impossible) {
-            // The client's own notice would name the destination: the game tells the step instead.
-            Broadcast(
-                msg::Chat(msg::GameSpeaker, u"%1 is out of the round: %2."_s.arg(player.Name, verdict.why)));
-            Disqualify(player, u"an impossible route: "_s + verdict.why);
-            continue;
-        }
-        if (verdict.kind == RouteVerdict::Unchecked)
-            Log(u"route of \"%1\" not checked: %2"_s.arg(player.Name, verdict.why));
-        return Win(player);
-    }
+    if (m_roundRunning) EndRoundWithoutWinner(why);
 }
 
-void Room::Disqualify(Player& player, const QString& page)
+void Room::Tell(const QString& line)
+{
+    Broadcast(msg::Chat(msg::GameSpeaker, line));
+}
+
+void Room::PutOut(Player& player, const QString& notice, const QString& why)
 {
     player.Racing = false;
     player.InGame = false;
-    player.NoticeFor = page;
+    player.NoticeFor = notice;
     player.ScoreDirty = false;
     SendTo(player, msg::Disqualify());
     Broadcast(ScoreOf(player));
-    Log(u"disqualify \"%1\" for \"%2\""_s.arg(player.Name, page));
+    Log(u"disqualify \"%1\" for %2"_s.arg(player.Name, why));
     if (!AnyoneRacing()) EndRoundWithoutWinner();
 }
 
@@ -804,10 +722,8 @@ void Room::Win(Player& player)
     Log(u"winner \"%1\" in %2 clicks"_s.arg(player.Name).arg(player.RoundClicks));
     m_roundRunning = false;
     for (Player& p : m_players)
-        p.Entered = p.Racing = p.Arrived = false;
-    m_arrivals.clear();
-    m_winner = player.Name;
-    m_winnerClicks = player.RoundClicks;
+        p.Entered = p.Racing = false;
+    m_referee.RaceOver(player.Name, player.RoundClicks);
     m_chooser = player.Id;
     m_pathFrom = player.Id;
 }
@@ -818,7 +734,7 @@ void Room::OnSendMyPath(const Incoming& in)
     if (!in.text.contains(u"PATH=")) return;
     m_pathFrom = 0;
     Broadcast(msg::PathIs(GetParam(in.text, u"PATH"), ChooserPlayer()->Name));
-    TellShortestRoute();
+    m_referee.TellShortestRoute();
 }
 
 void Room::EndRoundWithoutWinner(const QString& why)
@@ -827,51 +743,13 @@ void Room::EndRoundWithoutWinner(const QString& why)
     if (!why.isEmpty()) Broadcast(msg::Chat(msg::GameSpeaker, why));
     m_roundRunning = false;
     for (Player& p : m_players)
-        p.Entered = p.Racing = p.Arrived = false;
-    m_arrivals.clear();
-    m_winner.clear();
+        p.Entered = p.Racing = false;
+    m_referee.RaceOver({}, 0);
     Player* chooser = ChooserPlayer();
     Broadcast(msg::NewGame(chooser->Name));
     Log(u"round over without a winner%1; \"%2\" chooses again"_s.arg(
         why.isEmpty() ? QString() : u" ("_s + why + u')', chooser->Name));
-    TellShortestRoute();
-}
-
-void Room::TellShortestRoute()
-{
-    if (!m_encyclopedia) return;
-    if (!m_shortest) {
-        m_shortestWanted = true;
-        return;
-    }
-    m_shortestWanted = false;
-    Broadcast(msg::Chat(msg::GameSpeaker, ShortestRouteLine()));
-}
-
-QString Room::ShortestRouteLine() const
-{
-    if (!m_shortest) return {};
-    const ShortestRoute& found = *m_shortest;
-    const auto clicks = [](qsizetype n) { return n == 1 ? u"1 click"_s : u"%1 clicks"_s.arg(n); };
-    switch (found.outcome) {
-    case ShortestRoute::Found: {
-        const qsizetype shortest = found.route.size() - 1;
-        QString line =
-            u"The shortest route takes %1: %2."_s.arg(clicks(shortest), found.route.join(u" --> "_s));
-        if (!m_winner.isEmpty())
-            line += m_winnerClicks <= shortest ? u" %1 found one."_s.arg(m_winner)
-                                               : u" %1 took %2."_s.arg(m_winner, clicks(m_winnerClicks));
-        return line;
-    }
-    case ShortestRoute::NoneWithin:
-        return u"No route of up to %1 leads from \"%2\" to \"%3\"."_s.arg(clicks(found.maxClicks),
-                                                                          m_words.value(0), m_words.value(1));
-    case ShortestRoute::OverBudget:
-        return u"No route of up to %1 was found within the search's budget."_s.arg(clicks(found.maxClicks));
-    case ShortestRoute::Unanswered:
-        break;
-    }
-    return u"The encyclopedia did not answer: the shortest route is not known."_s;
+    m_referee.TellShortestRoute();
 }
 
 bool Room::AnyoneRacing() const
@@ -1031,7 +909,7 @@ QString Room::CheckInvariants() const
             return u"negative score for \"%1\""_s.arg(p.Name);
         if (p.Racing && (!p.Entered || !m_roundRunning))
             return u"\"%1\" racing outside a round"_s.arg(p.Name);
-        if (p.Arrived && !p.Racing) return u"\"%1\" arrived out of the race"_s.arg(p.Name);
+        if (p.Racing != m_referee.Racing(p.Id)) return u"\"%1\" racing for one of room and referee"_s.arg(p.Name);
         if (m_pending.contains(p.Where)) return u"\"%1\" both playing and pending"_s.arg(p.Name);
     }
     if (m_byName.size() != m_players.size() || m_byEndpoint.size() != m_players.size())
@@ -1059,6 +937,7 @@ QString Room::CheckInvariants() const
     if (m_pathFrom != 0 && !m_players.contains(m_pathFrom)) return u"route awaited from no player"_s;
     if (m_roundRunning && m_words.size() != 2) return u"round without words"_s;
     if (m_players.isEmpty() && m_roundRunning) return u"round in an empty room"_s;
+    if (const QString referee = m_referee.CheckInvariants(); !referee.isEmpty()) return u"referee: "_s + referee;
     return {};
 }
 

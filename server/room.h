@@ -1,6 +1,7 @@
 #pragma once
 
 #include "encyclopedia.h"
+#include "referee.h"
 #include "serverconfig.h"
 #include "stalenotices.h"
 
@@ -13,8 +14,6 @@
 #include <QStringView>
 #include <deque>
 #include <functional>
-#include <memory>
-#include <optional>
 #include <random>
 #include <utility>
 
@@ -62,13 +61,6 @@ struct Player
     bool Entered = false; // takes part in the running round, from its start or through "GETWORDS"
     bool Racing = false;  // entered and not disqualified
     QString NoticeFor;    // the page of a disqualification whose game notice is still to come
-    QStringList Route;    // the pages reported this round, in order
-    qsizetype RouteChars = 0;
-    bool RouteCut = false; // too long to keep whole: it cannot be checked
-    // At the destination, waiting for the encyclopedia's word on the route, since ArrivedMs.
-    bool Arrived = false;
-    qint64 ArrivedMs = 0;
-    std::optional<RouteVerdict> Verdict;
     qint64 LastHeardMs = 0;
     // What the player may still have relayed in chat now: lines, bytes; and when it was told it
     // may not, so that it is told once a while and not on every line.
@@ -80,10 +72,12 @@ struct Player
     bool PingDirty = false;  // nor this player's ping
 };
 
-// One game server's state and rules: datagrams in (text, sender address, sender port), datagrams
-// and event lines out through a RoomOutput. No sockets and no timers of its own: the owner calls
-// Tick() now and then, and the clock is injectable, so tests and the fuzzer drive it directly.
-class Room final
+// One game server's room: who may join, the players, the rounds and the relay of their messages;
+// datagrams in (text, sender address, sender port), datagrams and event lines out through a
+// RoomOutput. Who wins a round is its Referee's to say. No sockets and no timers of its own: the
+// owner calls Tick() now and then, and the clock is injectable, so tests and the fuzzer drive it
+// directly.
+class Room final : private RefereeOutput
 {
     Q_DISABLE_COPY_MOVE(Room)
 
@@ -94,7 +88,7 @@ public:
 
     // The encyclopedia that vouches for wins and finds each round's shortest route; none: every
     // win stands unchecked, and no route is told.
-    void SetEncyclopedia(Encyclopedia* encyclopedia) { m_encyclopedia = encyclopedia; }
+    void SetEncyclopedia(Encyclopedia* encyclopedia) { m_referee.SetEncyclopedia(encyclopedia); }
 
     void Handle(const QString& text, const QHostAddress& from, quint16 port);
     // Expires connections that never completed, drops silent players, sends merged updates.
@@ -178,20 +172,18 @@ private:
     void AddPlayer(const QString& name, const Endpoint& where);
     void RemovePlayer(quint64 id, Exit how);
     void StartRound(const QString& initial, const QString& destination);
-    void Disqualify(Player& player, const QString& page);
-    // At the destination: the win waits for the encyclopedia's word on the route.
-    void Arrive(Player& player);
-    void Verdict(quint64 round, quint64 id, const RouteVerdict& verdict);
-    // Decides the first arrivals whose routes are known (or waited for long enough): an impossible
-    // route disqualifies, any other wins.
-    void SettleArrivals();
+    // `notice`: the page the player's own notice may name; `why`: the reason, for the log.
+    void PutOut(Player& player, const QString& notice, const QString& why);
     void Win(Player& player);
     // `why`, when given, is told to everyone first as a game line.
     void EndRoundWithoutWinner(const QString& why = {});
-    // The round's shortest route, told once it is known.
-    void TellShortestRoute();
-    QString ShortestRouteLine() const;
     bool AnyoneRacing() const;
+
+    // The referee's word.
+    void Disqualified(quint64 racer, const QString& notice, const QString& why) override;
+    void Won(quint64 racer, const QString& unchecked) override;
+    void RaceEnded(const QString& why) override;
+    void Tell(const QString& line) override;
     Player* ChooserPlayer();
 
     void SendTo(const Player& player, const QString& text);
@@ -207,7 +199,7 @@ private:
     void FlushFanOut();
     QString ScoreOf(const Player& player) const;
 
-    void Log(const QString& line) { m_output.Event(line); }
+    void Log(const QString& line) override { m_output.Event(line); }
     // For lines a stranger can cause at will: a few at once, then a few a second, the rest counted.
     void LogLimited(const QString& line);
 
@@ -234,16 +226,8 @@ private:
 
     bool m_roundRunning = false;
     QStringList m_words;
-    Encyclopedia* m_encyclopedia = nullptr;
-    // Answers of the encyclopedia find the room through this, and nothing once it is gone.
-    std::shared_ptr<Room*> m_self;
-    quint64 m_round = 0; // rounds started, so that a late answer finds its round over
     qint64 m_roundStartMs = 0;
-    std::deque<quint64> m_arrivals; // players at the destination, in the order they arrived
-    std::optional<ShortestRoute> m_shortest;
-    bool m_shortestWanted = false; // the round is over: tell its shortest route once known
-    QString m_winner;
-    qint32 m_winnerClicks = 0;
+    Referee m_referee;
     // The winner whose route is still to come. If it never comes nothing is sent in its place: the
     // winner's client opens its chooser on "WINNER" anyway, and the next round ends the wait.
     quint64 m_pathFrom = 0;

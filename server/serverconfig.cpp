@@ -129,6 +129,8 @@ ServerConfig LoadServerConfig(const QString& folder, QStringList* warnings)
                     .arg(minutes)
                     .arg(config.RoundMs / 60000));
     }
+    if (const QString contact = options.LoadOption(u"Contact"_s).trimmed(); !contact.isEmpty())
+        config.Contact = contact;
     return config;
 }
 

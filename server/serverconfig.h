@@ -64,21 +64,33 @@ struct ServerConfig
 
     // The encyclopedia, asked through its API: a host, or a base address; empty: never asked.
     QString Site;
-    // How long a win waits for the encyclopedia's word on the winner's route before it stands
-    // unchecked.
-    qint64 RouteCheckMs = 2000;
+    // Who the encyclopedia's operators may write to about this server's requests (option
+    // "Contact"): an address or a web page, sent in the User-Agent as their policy asks.
+    QString Contact = QStringLiteral(LINKHOP_CONTACT);
     // A round that nobody wins ends after this long, 0 for never (option "RoundMinutes", in
     // minutes). Races are usually won within a few minutes; ten leave a hard one time while freeing
     // a room whose destination nobody can find.
     qint64 RoundMs = 10 * 60000;
+    // A person needs at least this long for a click: the page loads, the eye finds the next link.
+    // A route may hold QuickPages new pages beyond one per MsPerClick since the round began; a
+    // 10-minute round, 320 at most. More puts the racer out: nobody clicks so fast, and the checks
+    // a forger could make the server ask stay bounded.
+    qint64 MsPerClick = 2000;
+    qsizetype QuickPages = 20;
+    // What the server asks the encyclopedia, at most, whatever the players do: requests a second
+    // (one at a time) after a burst, and requests a round, checks and search together. At the
+    // rate, a 10-minute round could send 6,000; the round's cap holds for longer rounds.
+    double ApiRate = 10;
+    double ApiBurst = 10;
+    quint64 RoundRequests = 6000;
     // The search for each round's shortest route: its longest route, requests and time.
     int SearchMaxClicks = 6;
     quint64 SearchMaxRequests = 400;
     qint64 SearchMaxMs = 60000;
 };
 
-// Reads "Welcome", "Password", "BannedNames", "BannedIPs", "RoundMinutes" and the article list from
-// `folder`.
+// Reads "Welcome", "Password", "BannedNames", "BannedIPs", "RoundMinutes", "Contact" and the article
+// list from `folder`.
 // Every problem worth telling the host about is added to `warnings`.
 ServerConfig LoadServerConfig(const QString& folder, QStringList* warnings = nullptr);
 

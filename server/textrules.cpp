@@ -1,5 +1,6 @@
 #include "textrules.h"
 
+#include <QRegularExpression>
 #include <algorithm>
 #include <utility>
 
@@ -88,6 +89,21 @@ char32_t LookAlike(char32_t c)
 
 constexpr QStringView kReserved[] = {u"GAME", u"Current Time"};
 
+constexpr QStringView kForbiddenWords[] = {u"list",   u"history", u"edit",    u"talk", u"category",
+                                           u"wiki",   u"help",    u"special", u"user", u"portal",
+                                           u"search", u"number",  u"nowiki"};
+
+// The longest title MediaWiki keeps, in bytes of UTF-8 after the namespace; and the longest
+// namespace name this server allows for before it leaves the judgment to the encyclopedia.
+constexpr qsizetype kMaxTitleBytes = 255;
+constexpr qsizetype kMaxNamespaceBytes = 40;
+constexpr qsizetype kShownTitle = 60;
+
+bool IsControl(char32_t c)
+{
+    return c < 0x20 || c == 0x7F;
+}
+
 } // namespace
 
 QString NameProblem(QStringView name, qsizetype maxLength)
@@ -153,6 +169,70 @@ bool ChatForgesLines(QStringView text)
                category == QChar::Separator_Paragraph || (c >= 0x202A && c <= 0x202E) ||
                (c >= 0x2066 && c <= 0x2069) || c == 0x061C || c == 0x200E || c == 0x200F;
     });
+}
+
+std::span<const QStringView> ForbiddenWords()
+{
+    return kForbiddenWords;
+}
+
+bool IsForbiddenWord(QStringView word)
+{
+    return std::find(std::begin(kForbiddenWords), std::end(kForbiddenWords), word) != std::end(kForbiddenWords);
+}
+
+QString ArticleKey(QStringView title)
+{
+    QString key = title.trimmed().toString().toLower();
+    key.replace(u'_', u' ');
+    return key;
+}
+
+QString TitleProblem(QStringView raw)
+{
+    const QString title = raw.trimmed().toString().replace(u'_', u' ');
+    if (title.isEmpty()) return u"an empty title"_s;
+    for (const QChar c : u"#<>[]{}|")
+        if (title.contains(c)) return u"a title holding \"%1\""_s.arg(c);
+    if (AnyCodePoint(title, IsControl)) return u"a title holding a control character"_s;
+    if (title.contains(QChar::ReplacementCharacter)) return u"a title holding a character that is none"_s;
+    static const QRegularExpression escape(u"%[0-9A-Fa-f]{2}"_s);
+    if (title.contains(escape)) return u"a title holding a percent escape"_s;
+    if (title.contains(u"~~~")) return u"a title holding \"~~~\""_s;
+    if (title == u"." || title == u".." || title.startsWith(u"./") || title.startsWith(u"../") ||
+        title.contains(u"/./") || title.contains(u"/../") || title.endsWith(u"/.") || title.endsWith(u"/.."))
+        return u"a relative path"_s;
+    const qsizetype bytes = title.toUtf8().size();
+    const qsizetype colon = title.indexOf(u':');
+    const qsizetype prefix = colon < 0 ? 0 : QStringView(title).first(colon + 1).toUtf8().size();
+    if (bytes - std::min(prefix, kMaxNamespaceBytes) > kMaxTitleBytes)
+        return u"a title longer than %1 bytes"_s.arg(kMaxTitleBytes);
+    return {};
+}
+
+QString ShownTitle(QStringView title)
+{
+    QString shown;
+    AnyCodePoint(title, [&](char32_t c) {
+        if (IsInvisible(c))
+            shown += u'?';
+        else
+            shown += QString::fromUcs4(&c, 1);
+        return shown.size() > kShownTitle;
+    });
+    if (shown.size() > kShownTitle) {
+        const qsizetype cut = shown[kShownTitle - 1].isHighSurrogate() ? kShownTitle - 1 : kShownTitle;
+        shown = shown.first(cut) + u"..."_s;
+    }
+    return shown;
+}
+
+QString Duration(qint64 ms)
+{
+    const bool minutes = ms >= 60000 && ms % 60000 == 0;
+    const qint64 n = minutes ? ms / 60000 : std::max<qint64>(1, (ms + 500) / 1000);
+    return QString::number(n) +
+           (minutes ? (n == 1 ? u" minute"_s : u" minutes"_s) : (n == 1 ? u" second"_s : u" seconds"_s));
 }
 
 } // namespace linkhop::server

@@ -2,6 +2,7 @@
 
 #include <QString>
 #include <QStringView>
+#include <span>
 
 namespace linkhop::server {
 
@@ -28,5 +29,25 @@ QString WordProblem(QStringView word);
 // Whether relayed chat text holds characters that would let it pass for other lines: line breaks
 // and other control characters, line and paragraph separators, and direction overrides.
 bool ChatForgesLines(QStringView text);
+
+// The words a client reports instead of a title for a page a round forbids ("talk", "nowiki", ...).
+std::span<const QStringView> ForbiddenWords();
+bool IsForbiddenWord(QStringView word);
+
+// Titles name the same article when they differ only in letter case or "_" for a space.
+QString ArticleKey(QStringView title);
+
+// Why MediaWiki could give no page this title, in words for the players; empty text when it could.
+// Such a title holds "#", "<", ">", "[", "]", "{", "}" or "|", a control character, a percent
+// escape, the replacement character or "~~~", is a relative path (".", "../x", "x/./y", ...), or
+// is longer than 255 bytes of UTF-8 after its namespace. A title that passes may still be one the
+// encyclopedia refuses; it says so when asked.
+QString TitleProblem(QStringView title);
+
+// A title as a game line shows it: control characters as "?", and cut after 60 characters.
+QString ShownTitle(QStringView title);
+
+// "10 minutes", "1 minute", "30 seconds".
+QString Duration(qint64 ms);
 
 } // namespace linkhop::server

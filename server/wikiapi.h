@@ -1,29 +1,44 @@
 #pragma once
 
+#include <QElapsedTimer>
 #include <QHash>
+#include <QJsonObject>
 #include <QList>
 #include <QNetworkAccessManager>
 #include <QObject>
 #include <QPointer>
-#include <QSet>
 #include <QString>
-#include <QStringList>
+#include <QTimer>
 #include <QUrl>
 #include <deque>
 #include <functional>
 #include <optional>
 #include <utility>
 
-class QJsonObject;
 class QNetworkReply;
 
 namespace linkhop::server {
 
-// The encyclopedia's own API (MediaWiki's api.php, action=query), as the server asks it about the
-// links between articles. One request at a time, with a User-Agent that names Linkhop, "maxlag" so
-// that a busy encyclopedia can ask us to wait, a time-out, and continuation followed. What it
-// learns is cached until ClearCache (once per round). Every answer is optional: no reply, an error
-// page or garbage gives std::nullopt, never a stall.
+// What the server may ask of the encyclopedia, whatever the players do. Requests go one at a time,
+// at most `Rate` a second after a first `Burst`; a round asks at most `RoundRequests`, its search
+// at most `SearchRequests` of them, and each racer's checks only what that racer was granted.
+struct RequestBudget
+{
+    double Rate = 10;
+    double Burst = 10;
+    quint64 RoundRequests = 6000;
+    quint64 SearchRequests = 400;
+};
+
+// The encyclopedia's own API (MediaWiki's api.php), asked as its operators ask: one request at a
+// time, a User-Agent that names Linkhop, its version and a contact, "maxlag" so that a busy
+// encyclopedia can ask us to wait, "Retry-After" obeyed after 429 and 503, with back-off.
+//
+// Every request belongs to a lane of the current round: the round's own questions, the search for
+// its shortest route, or the checks of one racer. The next request sent is, in this order: a
+// hurried racer's (one at the destination), in the order they were hurried; the round's own; the
+// other racers', taking turns; the search's. A question of several pages asks each page anew, so a
+// hurried racer goes first also between the pages of a question under way.
 class WikiApi final : public QObject
 {
     Q_OBJECT
@@ -31,91 +46,113 @@ class WikiApi final : public QObject
 
 public:
     // `site` is a host ("en.wikipedia.org", asked over HTTPS) or a base address
-    // ("http://127.0.0.2:8080"); the API is its /w/api.php.
-    explicit WikiApi(const QString& site, QObject* parent = nullptr);
+    // ("http://127.0.0.2:8080"); the API is its /w/api.php. `contact` goes into the User-Agent.
+    WikiApi(const QString& site, const QString& contact, QObject* parent = nullptr);
     ~WikiApi() override;
 
     static QUrl EndpointOf(const QString& site);
+    static QByteArray UserAgent(const QString& contact);
+
+    using Params = QList<std::pair<QString, QString>>;
+    struct Reply
+    {
+        enum Status
+        {
+            Answered,
+            Failed,     // the encyclopedia did not answer, answered an error, or asked us to wait too long
+            Refused,    // its lane has sent all it may this round: it was never sent
+            RoundSpent, // the round has sent all it may: it was never sent
+            Cancelled,  // its round or its racer is over
+        };
+        Status status = Failed;
+        QJsonObject json;
+        QString why;
+        QString code; // the API's error code, when it answered an error
+    };
+    using Done = std::function<void(const Reply&)>;
+
+    static constexpr quint64 kRoundLane = 0;
+    static constexpr quint64 kSearchLane = ~quint64(0);
+    // Anything else is a racer's lane.
+
+    // One request: `params` (action included) beside the format and "maxlag"; `done` comes once.
+    void Ask(quint64 lane, Params params, Done done);
+    // Every page of one question, each a request of its own, at most `maxPages`: `page` sees each
+    // answer; `done` gets the last reply's status, and whether the question ended within the pages.
+    void AskAll(quint64 lane, Params params, int maxPages, std::function<void(const QJsonObject&)> page,
+                std::function<void(const Reply& last, bool complete)> done);
+
+    void SetBudget(const RequestBudget& budget)
+    {
+        m_budget = budget;
+        m_tokens = budget.Burst;
+    }
+    const RequestBudget& Budget() const { return m_budget; }
     void SetTimeout(int ms) { m_timeoutMs = ms; }
+    // The longest wait asked for by the encyclopedia that a request sits out; a longer one fails it.
+    void SetLongestWait(qint64 ms) { m_longestWaitMs = ms; }
 
-    // Urgent questions (a winner waits for them) go before those of a search in the background.
-    enum class Priority
-    {
-        Background,
-        Urgent,
-    };
-    template <typename T> using Answer = std::function<void(std::optional<T>)>;
-    using Links = QHash<QString, QSet<QString>>;
-    struct Backlink
-    {
-        QString title;
-        bool redirect = false; // a redirect to the page, whose own backlinks lead there too
-    };
-
-    // Titles as the encyclopedia names its articles: normalised, redirects followed; a title with
-    // no article maps to the empty text.
-    void Resolve(const QStringList& titles, Answer<QHash<QString, QString>> done,
-                 Priority priority = Priority::Background);
-    // The redirects to each title (the title itself not included).
-    void RedirectsTo(const QStringList& titles, Answer<Links> done, Priority priority = Priority::Background);
-    // Which of `targets` each of `sources` links to directly.
-    void LinksAmong(const QStringList& sources, const QStringList& targets, Answer<Links> done,
-                    Priority priority = Priority::Background);
-    // The articles a page links to: redirects followed, missing pages left out.
-    void LinksOf(const QString& title, Answer<QStringList> done);
-    // The articles that link to each title, redirects among them marked.
-    void LinksHere(const QStringList& titles, Answer<QHash<QString, QList<Backlink>>> done);
-    // The title of the encyclopedia's main page.
-    void MainPage(Answer<QString> done, Priority priority = Priority::Background);
-
-    void ClearCache();
-    // Ends the request under way and every queued one; each answers std::nullopt.
-    void Cancel();
+    // A new round: every request of the rounds before is cancelled, the round's count starts at 0.
+    void StartRound();
+    // The racer's checks may send `requests` more this round.
+    void Grant(quint64 racer, quint64 requests);
+    // The racer is at the destination: its requests go before all others.
+    void Hurry(quint64 racer);
+    // The racer's requests are cancelled; DropRacers: every racer's.
+    void Drop(quint64 racer);
+    void DropRacers();
 
     quint64 RequestsSent() const { return m_requests; }
-    QString LastError() const { return m_lastError; }
-
-    // Titles per request, as the API takes them.
-    static constexpr int kBatch = 50;
-    // Continuation pages one question may take before it is given up.
-    static constexpr int kMaxPages = 40;
+    quint64 RoundRequests() const { return m_roundSent; }
+    quint64 LaneRequests(quint64 lane) const { return m_laneSent.value(lane); }
 
 private:
-    // Keys and values as they are, escaped only when the address is built: titles hold "&" and "+".
-    using Params = QList<std::pair<QString, QString>>;
-    using Page = std::function<void(const QJsonObject& query)>;
-    using BatchPage = std::function<void(const QStringList& batch, const QJsonObject& query)>;
-    struct Pending
+    struct Request
     {
+        quint64 lane;
         Params params;
-        Page page;
-        std::function<void(bool ok)> done;
-        bool urgent = false;
-        int pages = 0;
-        int lagRetries = 0;
+        Done done;
+        int retries = 0;
     };
-    // One action=query with its continuation: `page` sees each answer's "query", `done` whether all came.
-    void Query(Params params, Page page, std::function<void(bool ok)> done,
-               Priority priority = Priority::Background);
     void SendNext();
+    // The index in the queue of the request to send next, or -1.
+    qsizetype Pick() const;
+    // Why the budget does not allow this request now; empty when it does.
+    QString Refusal(const Request& request) const;
+    void Send(Request request);
     void Finished(QNetworkReply* reply);
-    // One query per batch of titles; `page` sees each answer with its batch, `done` whether all came.
-    void Batched(const QStringList& titles, const std::function<Params(const QStringList&)>& params,
-                 const BatchPage& page, std::function<void(bool ok)> done, Priority priority);
+    void Complete(Request& request, const Reply& reply);
+    // The encyclopedia asked us to wait: the request goes again after the wait, unless the wait is
+    // longer than we sit out or the request has been asked often enough.
+    void Wait(Request request, qint64 ms, const QString& why);
+    void FailQueued(const QString& why);
+    void Refill();
+    void CancelWhere(const std::function<bool(const Request&)>& which);
 
     QNetworkAccessManager m_network;
     QUrl m_endpoint;
+    QByteArray m_userAgent;
+    RequestBudget m_budget;
     int m_timeoutMs = 5000;
-    std::optional<Pending> m_current; // the question under way, through its continuation
-    std::deque<Pending> m_queue;
-    QPointer<QNetworkReply> m_reply;
-    bool m_waiting = false; // for the encyclopedia's lag to pass
-    quint64 m_requests = 0;
-    QString m_lastError;
-    quint64 m_generation = 0; // bumped by Cancel: timers and handlers of ended questions stop
+    qint64 m_longestWaitMs = 10000;
 
-    QHash<QString, QStringList> m_linksOf;
-    QString m_mainPage;
+    std::deque<Request> m_queue;
+    std::optional<Request> m_current;
+    QPointer<QNetworkReply> m_reply;
+    QList<quint64> m_hurried;   // in the order they arrived
+    quint64 m_lastRacer = 0;    // the racer whose turn was last, for the turns
+    QHash<quint64, quint64> m_granted;
+
+    QElapsedTimer m_clock;
+    double m_tokens = 0;
+    qint64 m_tokensMs = 0;
+    qint64 m_pausedUntilMs = 0;
+    int m_backoffs = 0; // waits asked for in a row, for the back-off when no Retry-After says how long
+    QTimer m_wake;
+
+    quint64 m_requests = 0;
+    quint64 m_roundSent = 0;
+    QHash<quint64, quint64> m_laneSent;
 };
 
 } // namespace linkhop::server

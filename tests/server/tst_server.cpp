@@ -193,6 +193,81 @@ private Q_SLOTS:
         QVERIFY(StartRound(bo, ann));
     }
 
+    // A title no page of the encyclopedia can have puts the racer out before anything is asked,
+    // with a game line naming the step; a title a page can have is a click.
+    void titles_data()
+    {
+        QTest::addColumn<QString>("title");
+        QTest::addColumn<QString>("why"); // the game line's reason, empty: a click
+        const auto out = [](const char* tag, const QString& title, const QString& shown, const char* problem) {
+            QTest::newRow(tag) << title
+                               << u"no link leads from \"Apple\" to \"%1\": no page can have %2"_s.arg(
+                                      shown, QString::fromUtf8(problem));
+        };
+        out("a link's text", u"Fig|figs"_s, u"Fig|figs"_s, "a title holding \"|\"");
+        out("sixty titles in one", u"A|B|C"_s.repeated(20), u"A|B|C"_s.repeated(12) + u"..."_s,
+            "a title holding \"|\"");
+        out("a section", u"Fig#History"_s, u"Fig#History"_s, "a title holding \"#\"");
+        out("markup", u"<b>Fig</b>"_s, u"<b>Fig</b>"_s, "a title holding \"<\"");
+        out("a template", u"{{Fig}}"_s, u"{{Fig}}"_s, "a title holding \"{\"");
+        out("a control character", u"Fig\tTree"_s, u"Fig?Tree"_s, "a title holding a control character");
+        out("a line break and a notice", u"Fig\r\nGAME: Bo wins"_s, u"Fig??GAME: Bo wins"_s,
+            "a title holding a control character");
+        out("a percent escape", u"Fig%41"_s, u"Fig%41"_s, "a title holding a percent escape");
+        out("the replacement character", u"Fig\uFFFD"_s, u"Fig\uFFFD"_s, "a title holding a character that is none");
+        out("a signature", u"Fig~~~"_s, u"Fig~~~"_s, "a title holding \"~~~\"");
+        out("a relative path", u"../Fig"_s, u"../Fig"_s, "a relative path");
+        out("4,000 characters", QString(4000, u'x'), QString(60, u'x') + u"..."_s, "a title longer than 255 bytes");
+        out("256 bytes", QString(128, u'\u00E9'), QString(60, u'\u00E9') + u"..."_s, "a title longer than 255 bytes");
+        const auto click = [](const char* tag, const QString& title) { QTest::newRow(tag) << title << QString(); };
+        click("escapes in the address", u"AT&T"_s);
+        click("plus signs", u"C++"_s);
+        click("letters Windows-1252 lacks", u"\u0141\u00F3d\u017A"_s);
+        click("another namespace", u"User talk:Ann"_s);
+        click("255 bytes", QString(255, u'x'));
+        click("255 bytes after a namespace", u"User talk:"_s + QString(255, u'y'));
+    }
+    void titles()
+    {
+        QFETCH(QString, title);
+        QFETCH(QString, why);
+        QVERIFY(StartServer());
+        ScriptedClient ann(kAnn), bo(kBo);
+        QVERIFY(AnnAndBo(ann, bo));
+        QVERIFY(StartRound(ann, bo));
+        m_server->GameRoom().Handle(msg::Navigate(u"Bo", title), TestAddress(), kBo);
+        if (why.isEmpty()) {
+            QCOMPARE(ann.Next(), Score(u"Bo"_s, 0, 1, 1));
+            return;
+        }
+        QCOMPARE(ann.Next(), msg::Chat(msg::GameSpeaker, u"Bo is out of the round: %1."_s.arg(why)));
+        QCOMPARE(ann.Next(), Score(u"Bo"_s, 0, 0, 0, false));
+        QCOMPARE(bo.NextWithVerb(u"DISQUALIFY"_s), msg::Disqualify());
+        QCOMPARE(room().FindPlayer(u"Bo")->Clicks, 0);
+    }
+
+    // Nobody clicks faster than a page every 2 s for long: 20 new pages at once, then one more
+    // every 2 s. Back and Forward to pages of the route are never too many.
+    void fasterThanAnyoneClicks()
+    {
+        QVERIFY(StartServer());
+        ScriptedClient ann(kAnn), bo(kBo);
+        QVERIFY(AnnAndBo(ann, bo));
+        QVERIFY(StartRound(ann, bo));
+        for (int page = 1; page <= 20; ++page)
+            bo.Send(msg::Navigate(u"Bo", u"Page %1"_s.arg(page)));
+        for (int again = 0; again < 30; ++again)
+            bo.Send(msg::Navigate(u"Bo", u"Page %1"_s.arg(again % 2 + 1)));
+        QVERIFY(WaitUntil([&] { return room().FindPlayer(u"Bo")->RoundClicks == 50; }));
+        ann.Skip();
+        bo.Send(msg::Navigate(u"Bo", u"Page 21"));
+        QCOMPARE(ann.NextWithVerb(u"CHAT"_s),
+                 msg::Chat(msg::GameSpeaker, u"Bo is out of the round: 21 new pages in 1 second are more than "
+                                             u"anyone clicks."_s));
+        QCOMPARE(bo.NextWithVerb(u"DISQUALIFY"_s), msg::Disqualify());
+        QCOMPARE(room().FindPlayer(u"Bo")->RoundClicks, 50);
+    }
+
     // A round nobody wins ends in time; its chooser chooses again.
     void roundTimeLimit()
     {
@@ -364,6 +439,8 @@ private Q_SLOTS:
         QTest::newRow("a forbidden page's word") << u"talk"_s << u"no round may visit"_s;
         QTest::newRow("the same, as an address writes it") << u"nowiki"_s << u"no round may visit"_s;
         QTest::newRow("a forbidden page") << u"Talk:Apple"_s << u"no round may visit"_s;
+        QTest::newRow("a title no page can have")
+            << u"Fig|figs"_s << u"\"Fig|figs\" cannot be a page's title: no page can have a title holding \"|\"."_s;
     }
     void refusedWords()
     {

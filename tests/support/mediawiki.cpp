@@ -90,20 +90,23 @@ bool MediaWiki::Fail(const QString& error)
     return false;
 }
 
-bool MediaWiki::Run(const QString& script, const QStringList& arguments)
+bool MediaWiki::Run(const QString& script, const QStringList& arguments, const QByteArray& input)
 {
     QProcess php;
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     environment.insert(u"MW_CONFIG_FILE"_s, m_folder.filePath(u"LocalSettings.php"_s));
     php.setProcessEnvironment(environment);
     php.setProcessChannelMode(QProcess::MergedChannels);
-    php.start(u"php"_s, QStringList{kMediaWiki + u"/maintenance/"_s + script} + arguments);
+    const QString path = script.startsWith(u'/') ? script : kMediaWiki + u"/maintenance/"_s + script;
+    php.start(u"php"_s, QStringList{path} + arguments);
+    if (!input.isEmpty()) php.write(input);
+    php.closeWriteChannel();
     if (!php.waitForFinished(kScriptMs) || php.exitStatus() != QProcess::NormalExit || php.exitCode() != 0)
         return Fail(script + u" failed: "_s + QString::fromUtf8(php.readAll().right(2000)));
     return true;
 }
 
-bool MediaWiki::Start(const QList<Page>& pages)
+bool MediaWiki::Start(const QList<Page>& pages, const QList<Page>& bulk)
 {
     QElapsedTimer clock;
     clock.start();
@@ -150,9 +153,25 @@ bool MediaWiki::Start(const QList<Page>& pages)
                  {u"--skip-dupes"_s, u"--extensions=png"_s, folder.filePath(u"upload"_s)}))
             return false;
     }
-    if (!Run(u"rebuildrecentchanges.php"_s, {}) || !Serve()) return false;
+    if (!Run(u"rebuildrecentchanges.php"_s, {})) return false;
+    if (!bulk.isEmpty()) {
+        QFile lines(folder.filePath(u"bulk.txt"_s));
+        if (!lines.open(QIODevice::WriteOnly)) return Fail(u"cannot write pages"_s);
+        for (const Page& page : bulk)
+            lines.write(page.title.toUtf8() + '\n' + page.revisions.value(0).simplified().toUtf8() + '\n');
+        lines.close();
+        if (!Run(QStringLiteral(LINKHOP_MEDIAWIKI_FILES "/bulk.php"),
+                 {folder.filePath(u"data/wiki.sqlite"_s), lines.fileName()}))
+            return false;
+    }
+    if (!Serve()) return false;
     m_buildMs = clock.elapsed();
     return true;
+}
+
+bool MediaWiki::Edit(const QString& title, const QString& text)
+{
+    return Run(u"edit.php"_s, {u"--summary=Linkhop"_s, title}, text.toUtf8());
 }
 
 bool MediaWiki::Serve()

@@ -27,8 +27,15 @@ public:
 
     // Whether PHP and the mediawiki package are installed.
     static bool Available();
-    // Installs the wiki with these pages, then serves it. Errors are in Error().
-    bool Start(const QList<Page>& pages = StandardPages());
+    // Installs the wiki with these pages, then serves it. Errors are in Error(). `bulk` pages go
+    // straight into the database with their link tables, thousands a second, where importing them
+    // takes a minute: articles with one revision whose wikitext holds only plain links ("[[T]]",
+    // "[[T|text]]") or is "#REDIRECT [[T]]".
+    bool Start(const QList<Page>& pages = StandardPages(), const QList<Page>& bulk = {});
+    // Saves a new revision of a page, as an editor would. The pages that use it (a template) keep
+    // their link tables until the job queue runs, which it never does here: as on a busy site
+    // minutes after an edit, their links differ from what a reader sees.
+    bool Edit(const QString& title, const QString& text);
     // Ends the web server (the encyclopedia goes away); Serve starts it again on the same port.
     void StopServing();
     bool Serve();
@@ -47,7 +54,7 @@ public:
     static QList<Page> NumberedPages(int count);
 
 private:
-    bool Run(const QString& script, const QStringList& arguments);
+    bool Run(const QString& script, const QStringList& arguments, const QByteArray& input = {});
     bool Fail(const QString& error);
 
     QTemporaryDir m_folder;
