@@ -7,8 +7,10 @@
 // players are plain non-blocking sockets driven by epoll in the main thread, each on its own
 // loopback address (127.77.x.y) so that the per-address flood limit sees real senders.
 //
-// Usage: bench_server [seconds per run, default 10]
-// The server address is LINKHOP_TEST_ADDRESS (default 127.0.0.1), port 7200.
+// Usage: bench_server [seconds per run, default 10] [--every-address]
+// The server address is LINKHOP_TEST_ADDRESS (default 127.0.0.1), port 7200. With --every-address
+// the server listens on every IPv4 address, as the program does by default, and answers each
+// player from the address it sent to.
 #include "benchsupport.h"
 #include "core/localport.h"
 #include "core/messages.h"
@@ -303,12 +305,12 @@ private:
     std::vector<int> m_seen; // [observer * players + clicker]: the highest round click shown
 };
 
-RunResult RunOnce(int players, double fanOutRate, quint32 serverIp, int seconds)
+RunResult RunOnce(int players, double fanOutRate, quint32 serverIp, bool everyAddress, int seconds)
 {
     ServerConfig config;
     config.FanOutRate = fanOutRate;
     config.Articles = {u"Start page"_s};
-    ServerThread thread(config, QHostAddress(serverIp));
+    ServerThread thread(config, everyAddress ? QHostAddress(QHostAddress::AnyIPv4) : QHostAddress(serverIp));
     RunResult result;
     result.players = players;
     if (!thread.Launch()) return result;
@@ -339,6 +341,7 @@ int main(int argc, char** argv)
 {
     QCoreApplication app(argc, argv);
     const int seconds = argc > 1 ? std::max(1, std::atoi(argv[1])) : 10;
+    const bool everyAddress = argc > 2 && std::strcmp(argv[2], "--every-address") == 0;
     const QByteArray configured = qgetenv("LINKHOP_TEST_ADDRESS");
     const quint32 serverIp =
         QHostAddress(configured.isEmpty() ? u"127.0.0.1"_s : QString::fromLatin1(configured)).toIPv4Address();
@@ -354,7 +357,7 @@ int main(int argc, char** argv)
         std::printf("%7s %10s %10s %10s %8s   %7s %7s   %8s %8s   %7s  %6s\n", "", "", "", "", "", "median",
                     "p99", "median", "p99", "", "");
         for (int players : {50, 200, 500})
-            Print(RunOnce(players, fanOutRate, serverIp, seconds));
+            Print(RunOnce(players, fanOutRate, serverIp, everyAddress, seconds));
         std::printf("\n");
     };
     table(ServerConfig().FanOutRate, "Default fan-out budget (updates to the others merged above it):");

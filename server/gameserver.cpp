@@ -132,7 +132,7 @@ void GameServer::Event(const QString& line)
 
 void GameServer::Seated(const Endpoint& where, bool present)
 {
-    m_socket.PlayerAt(where.Address, present);
+    m_socket.PlayerAt(where.Address, where.Port, present);
 }
 
 void GameServer::Report()

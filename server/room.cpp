@@ -123,7 +123,8 @@ const Room::Route Room::kRoutes[] = {
 
 Room::Room(ServerConfig config, RoomOutput& output, Clock clock)
     : m_config(std::move(config)), m_output(output), m_clock(clock ? std::move(clock) : SteadyClock()),
-      m_referee(Referee::Rules{m_config.MsPerClick, m_config.QuickPages}, *this, m_clock)
+      m_referee(Referee::Rules{m_config.MsPerClick, m_config.QuickPages}, *this, m_clock),
+      m_stale(m_config.StaleNoticeMs, m_config.StaleNoticeRate)
 {
     if (m_config.Articles.isEmpty()) m_config.Articles = FallbackArticles();
     m_random.seed(m_config.Seed != 0 ? m_config.Seed : std::random_device{}());
@@ -153,7 +154,10 @@ void Room::Handle(const QString& text, const QHostAddress& address, quint16 port
     const QString verb = Verb(text);
     for (const Route& route : kRoutes) {
         if (route.verb != verb) continue;
-        if (route.playersOnly && !player) break;
+        if (route.playersOnly && !player) {
+            TellStale(text, from, verb, now);
+            break;
+        }
         try {
             (this->*route.handler)(Incoming{text, from, player});
         } catch (const Fault&) {
@@ -162,6 +166,19 @@ void Room::Handle(const QString& text, const QHostAddress& address, quint16 port
         return;
     }
     ++m_dropped;
+}
+
+void Room::TellStale(const QString& text, const Endpoint& from, QStringView verb, qint64 now)
+{
+    // Its session ended here (the server restarted, or dropped it): told so as every client
+    // understands, so that it ends instead of playing on alone. Never an endpoint that holds a
+    // place or an acceptance, whatever a forged source claims; never an answer longer than what
+    // came; never to a client already leaving.
+    const QString notice = msg::Disconnected();
+    if (verb == verb::DISCONNECT || text.size() < notice.size() || m_pending.contains(from)) return;
+    if (!m_stale.Allow(from.Address, from.Port, now)) return;
+    m_output.Send(notice, from);
+    LogLimited(u"disconnect %1: \"%2\" from an endpoint without a place"_s.arg(from.ToString(), verb));
 }
 
 void Room::Tick()

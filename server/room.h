@@ -3,6 +3,7 @@
 #include "encyclopedia.h"
 #include "referee.h"
 #include "serverconfig.h"
+#include "stalenotices.h"
 
 #include <QHash>
 #include <QHostAddress>
@@ -155,6 +156,8 @@ private:
     void OnGetRandom(const Incoming& in);
     void OnSetWords(const Incoming& in);
     void OnStatus(const Incoming& in);
+    // A player's message from an endpoint that holds no place.
+    void TellStale(const QString& text, const Endpoint& from, QStringView verb, qint64 now);
 
     // Whether the message's NAME is the sender's own.
     static bool FromNamed(const Incoming& in);
@@ -233,6 +236,8 @@ private:
     double m_budget = 0;
     double m_byteBudget = 0;
     qint64 m_budgetMs = 0;
+
+    StaleNotices m_stale;
 
     quint64 m_dropped = 0;
     double m_logTokens = 0;

@@ -44,6 +44,11 @@ struct ServerConfig
     double FloodByteRate = 64 * 1024; // bytes per second, headers included
     double FloodByteBurst = 128 * 1024;
     double StrangerRate = 5000; // datagrams per second from all addresses without a player together
+    // An endpoint that holds no place and speaks as a player (a client of the room before the
+    // server restarted) is told "DISCONNECT" at most once in this while, and all such endpoints
+    // together at most this many times a second.
+    qint64 StaleNoticeMs = 5000;
+    double StaleNoticeRate = 50;
 
     // Chat lines one player may have relayed: a burst, then a steady rate, in lines and in bytes.
     double ChatLineRate = 1;

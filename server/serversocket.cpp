@@ -29,6 +29,15 @@ constexpr int kReceiveBuffer = 4 << 20;
 constexpr int kSendBuffer = 1 << 20;
 constexpr qint64 kLocalAddressesMs = 30000; // how long the list of this machine's addresses is kept
 constexpr int kBlockLinesPerReport = 10;
+// Room for a datagram's destination address, as ancillary data of either family.
+constexpr size_t kControl = CMSG_SPACE(sizeof(in_pktinfo)) + CMSG_SPACE(sizeof(in6_pktinfo));
+
+QHostAddress PlainAddress(const QHostAddress& address)
+{
+    bool isV4 = false;
+    const quint32 v4 = address.toIPv4Address(&isV4);
+    return isV4 && address.protocol() != QAbstractSocket::IPv4Protocol ? QHostAddress(v4) : address;
+}
 
 QString Count(quint64 n)
 {
@@ -80,7 +89,8 @@ bool ToSockAddr(const QHostAddress& address, quint16 port, bool dualStack, socka
 
 ServerSocket::ServerSocket(const FloodLimits& limits, int maxDatagram, QObject* parent)
     : QObject(parent), m_gate(limits), m_maxDatagram(maxDatagram), m_messages(kBatch), m_vectors(kBatch),
-      m_names(kBatch), m_buffer(size_t(kBatch) * size_t(maxDatagram + 1))
+      m_names(kBatch), m_buffer(size_t(kBatch) * size_t(maxDatagram + 1)),
+      m_controls(size_t(kBatch) * kControl)
 {
     m_clock.start();
     for (int i = 0; i < kBatch; ++i) {
@@ -90,6 +100,7 @@ ServerSocket::ServerSocket(const FloodLimits& limits, int maxDatagram, QObject* 
         m_messages[size_t(i)].msg_hdr.msg_iov = &m_vectors[size_t(i)];
         m_messages[size_t(i)].msg_hdr.msg_iovlen = 1;
         m_messages[size_t(i)].msg_hdr.msg_name = &m_names[size_t(i)];
+        m_messages[size_t(i)].msg_hdr.msg_control = m_controls.data() + size_t(i) * kControl;
     }
     m_unblock.setSingleShot(true);
     connect(&m_unblock, &QTimer::timeout, this, [this] { ExpireBlocks(NowMs()); });
@@ -125,6 +136,16 @@ bool ServerSocket::Bind(const QHostAddress& address, quint16 port)
     if (setsockopt(fd, SOL_SOCKET, SO_RCVBUFFORCE, &kReceiveBuffer, sizeof kReceiveBuffer) != 0)
         setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &kReceiveBuffer, sizeof kReceiveBuffer);
     setsockopt(fd, SOL_SOCKET, SO_SNDBUF, &kSendBuffer, sizeof kSendBuffer);
+    // Bound to every address: learn where each datagram was sent, to answer from there.
+    m_anyAddress =
+        bindTo == QHostAddress(QHostAddress::AnyIPv4) || bindTo == QHostAddress(QHostAddress::AnyIPv6);
+    if (m_anyAddress) {
+        const int on = 1;
+        if (dualStack)
+            setsockopt(fd, IPPROTO_IPV6, IPV6_RECVPKTINFO, &on, sizeof on); // IPv4 ones too, as ::ffff:
+        else
+            setsockopt(fd, IPPROTO_IP, IP_PKTINFO, &on, sizeof on);
+    }
     m_fd = fd;
     m_dualStack = dualStack;
     m_port = port;
@@ -146,6 +167,8 @@ void ServerSocket::Close()
     m_fd = -1;
     m_blocked.clear();
     m_unblock.stop();
+    m_reached.clear();
+    m_anyAddress = false;
 }
 
 quint64 ServerSocket::KernelDrops() const
@@ -162,6 +185,7 @@ void ServerSocket::Drain()
     while (m_fd >= 0) {
         for (int i = 0; i < kBatch; ++i) {
             m_messages[size_t(i)].msg_hdr.msg_namelen = sizeof(sockaddr_storage);
+            m_messages[size_t(i)].msg_hdr.msg_controllen = m_anyAddress ? kControl : 0;
             m_messages[size_t(i)].msg_hdr.msg_flags = 0;
         }
         // MSG_TRUNC: the length read is the datagram's own, also when it did not fit.
@@ -218,7 +242,43 @@ void ServerSocket::Take(int index, qint64 nowMs)
         return;
     }
     const char* data = static_cast<const char*>(message.msg_hdr.msg_iov->iov_base);
+    m_speakingTo = LocalAddress{};
+    if (m_anyAddress && DestinationOf(message, &m_speakingTo)) {
+        m_speaking = from;
+        // A player may come to another of this machine's addresses (its route changed): follow it.
+        if (const auto it = m_reached.find({from, port}); it != m_reached.end()) it->to = m_speakingTo;
+    }
     Q_EMIT Arrived(FromWire(QByteArrayView(data, length)), from, port);
+    m_speaking.clear();
+}
+
+bool ServerSocket::DestinationOf(const mmsghdr& message, LocalAddress* to)
+{
+    auto& header = const_cast<msghdr&>(message.msg_hdr); // the macros take no const
+    if (header.msg_flags & MSG_CTRUNC) return false;
+    for (cmsghdr* c = CMSG_FIRSTHDR(&header); c; c = CMSG_NXTHDR(&header, c)) {
+        if (c->cmsg_level == IPPROTO_IP && c->cmsg_type == IP_PKTINFO) {
+            in_pktinfo info;
+            std::memcpy(&info, CMSG_DATA(c), sizeof info);
+            // The local address that took the datagram; the same as its destination, unless that
+            // was a broadcast address, which no answer can come from.
+            *to = LocalAddress{};
+            std::memcpy(to->bytes, &info.ipi_spec_dst, 4);
+            return true;
+        }
+        if (c->cmsg_level == IPPROTO_IPV6 && c->cmsg_type == IPV6_PKTINFO) {
+            in6_pktinfo info;
+            std::memcpy(&info, CMSG_DATA(c), sizeof info);
+            if (IN6_IS_ADDR_MULTICAST(&info.ipi6_addr)) return false;
+            to->v6 = !IN6_IS_ADDR_V4MAPPED(&info.ipi6_addr);
+            if (to->v6)
+                std::memcpy(to->bytes, &info.ipi6_addr, 16);
+            else
+                std::memcpy(to->bytes, &info.ipi6_addr.s6_addr[12], 4);
+            return true;
+        }
+    }
+    return false;
 }
 
 ServerSocket::Sent ServerSocket::SendTo(QByteArrayView bytes, const QHostAddress& to, quint16 port)
@@ -228,9 +288,58 @@ ServerSocket::Sent ServerSocket::SendTo(QByteArrayView bytes, const QHostAddress
     sockaddr_storage address{};
     socklen_t length = 0;
     if (!ToSockAddr(to, port, m_dualStack, &address, &length)) return Sent::Failed;
+    if (m_anyAddress) {
+        // A player's seat first: its address may hold other clients, that reach other addresses.
+        const LocalAddress* from = nullptr;
+        if (const auto it = m_reached.constFind({to, port}); it != m_reached.cend())
+            from = &it->to;
+        else if (!m_speaking.isNull() && to == m_speaking)
+            from = &m_speakingTo; // an answer to the datagram being handled, at whatever port
+        if (from && SendFrom(bytes, address, length, *from)) return Sent::Ok;
+    }
     const ssize_t sent = sendto(m_fd, bytes.data(), size_t(bytes.size()), MSG_DONTWAIT,
                                 reinterpret_cast<const sockaddr*>(&address), length);
     return sent == bytes.size() ? Sent::Ok : Sent::Failed;
+}
+
+bool ServerSocket::SendFrom(QByteArrayView bytes, const sockaddr_storage& address, unsigned length,
+                            const LocalAddress& from)
+{
+    alignas(cmsghdr) char control[kControl] = {};
+    iovec vector{const_cast<char*>(bytes.data()), size_t(bytes.size())};
+    msghdr header{};
+    header.msg_name = const_cast<sockaddr_storage*>(&address);
+    header.msg_namelen = length;
+    header.msg_iov = &vector;
+    header.msg_iovlen = 1;
+    header.msg_control = control;
+    cmsghdr* c = reinterpret_cast<cmsghdr*>(control);
+    if (!m_dualStack) {
+        in_pktinfo info{};
+        std::memcpy(&info.ipi_spec_dst, from.bytes, 4);
+        c->cmsg_level = IPPROTO_IP;
+        c->cmsg_type = IP_PKTINFO;
+        c->cmsg_len = CMSG_LEN(sizeof info);
+        std::memcpy(CMSG_DATA(c), &info, sizeof info);
+        header.msg_controllen = CMSG_SPACE(sizeof info);
+    } else {
+        // An IPv4 address through the dual-stack socket: ::ffff:a.b.c.d.
+        in6_pktinfo info{};
+        if (from.v6) {
+            std::memcpy(&info.ipi6_addr, from.bytes, 16);
+        } else {
+            info.ipi6_addr.s6_addr[10] = info.ipi6_addr.s6_addr[11] = 0xff;
+            std::memcpy(&info.ipi6_addr.s6_addr[12], from.bytes, 4);
+        }
+        c->cmsg_level = IPPROTO_IPV6;
+        c->cmsg_type = IPV6_PKTINFO;
+        c->cmsg_len = CMSG_LEN(sizeof info);
+        std::memcpy(CMSG_DATA(c), &info, sizeof info);
+        header.msg_controllen = CMSG_SPACE(sizeof info);
+    }
+    // An address gone meanwhile, or one the kernel will not send from (a link-local one without
+    // its interface): the kernel's own choice then, as without the answer's address.
+    return sendmsg(m_fd, &header, MSG_DONTWAIT) == bytes.size();
 }
 
 bool ServerSocket::IsLocal(const QHostAddress& address)
@@ -249,13 +358,24 @@ bool ServerSocket::IsLocal(const QHostAddress& address)
     });
 }
 
-void ServerSocket::PlayerAt(const QHostAddress& address, bool present)
+void ServerSocket::PlayerAt(const QHostAddress& address, quint16 port, bool present)
 {
     const Source source = SourceOf(address);
     if (present)
         m_gate.Pin(source, NowMs());
     else
         m_gate.Unpin(source);
+    if (!m_anyAddress) return;
+    // A player is seated while its datagram is handled: where that datagram went is where the
+    // player sends.
+    const Peer peer{PlainAddress(address), port};
+    if (present) {
+        Reached& reached = m_reached[peer];
+        if (peer.first == m_speaking) reached.to = m_speakingTo;
+        ++reached.players;
+    } else if (const auto it = m_reached.find(peer); it != m_reached.end() && --it->players <= 0) {
+        m_reached.erase(it);
+    }
 }
 
 void ServerSocket::BlockCandidates(qint64 nowMs)

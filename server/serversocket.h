@@ -3,11 +3,13 @@
 #include "floodgate.h"
 
 #include <QElapsedTimer>
+#include <QHash>
 #include <QHostAddress>
 #include <QList>
 #include <QObject>
 #include <QTimer>
 #include <atomic>
+#include <utility>
 #include <vector>
 
 class QSocketNotifier;
@@ -21,7 +23,8 @@ namespace linkhop::server {
 // against its source's limits before anything else is done with it: a refused datagram costs one
 // table look-up and is never decoded or queued. A source that keeps sending far over its limits
 // is blocked in the kernel for a while (a socket filter), so that a flood from it no longer
-// reaches the server at all. Never talks to its own endpoint.
+// reaches the server at all. Never talks to its own endpoint. Bound to every address of a machine
+// that has several, it answers each client from the address that client sent to.
 class ServerSocket final : public QObject
 {
     Q_OBJECT
@@ -43,8 +46,9 @@ public:
     };
     Sent SendTo(QByteArrayView bytes, const QHostAddress& to, quint16 port);
 
-    // A player's address: kept by the limits, and not counted with the strangers.
-    void PlayerAt(const QHostAddress& address, bool present);
+    // A player's address and port: the address is kept by the limits, and not counted with the
+    // strangers; what the player is sent leaves from the address it sends to.
+    void PlayerAt(const QHostAddress& address, quint16 port, bool present);
 
     // Lines for the log about what the limits refused and blocked since the last call.
     QStringList TakeReport();
@@ -72,6 +76,21 @@ private:
         Source source;
         qint64 untilMs;
     };
+    // One of this machine's addresses, as a datagram's destination: IPv4 in the first 4 bytes.
+    struct LocalAddress
+    {
+        bool v6 = false;
+        quint8 bytes[16] = {};
+    };
+    struct Reached // where a player sends to
+    {
+        LocalAddress to;
+        int players = 0; // at this endpoint: 1, unless a room seats one endpoint twice
+    };
+    using Peer = std::pair<QHostAddress, quint16>;
+    static bool DestinationOf(const mmsghdr& message, LocalAddress* to);
+    bool SendFrom(QByteArrayView bytes, const sockaddr_storage& address, unsigned length,
+                  const LocalAddress& from);
     void Drain();
     void Take(int index, qint64 nowMs);
     void BlockCandidates(qint64 nowMs);
@@ -94,6 +113,14 @@ private:
     std::vector<iovec> m_vectors;
     std::vector<sockaddr_storage> m_names;
     std::vector<char> m_buffer;
+    std::vector<char> m_controls; // each datagram's destination address
+
+    // Bound to every address: each answer leaves from the address its client sent to, which the
+    // kernel, choosing by route, would not always pick.
+    bool m_anyAddress = false;
+    QHostAddress m_speaking;   // the source of the datagram being handled
+    LocalAddress m_speakingTo; // and where it was sent
+    QHash<Peer, Reached> m_reached;
 
     QList<Blocked> m_blocked;
     QList<QHostAddress> m_local;

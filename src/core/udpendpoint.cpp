@@ -40,6 +40,14 @@ QHostAddress FirstIPv4(const QHostInfo& info)
     return {};
 }
 
+// ::ffff:a.b.c.d is a.b.c.d: one form for the sources a reply may come from. "::" stays what it is.
+QHostAddress Plain(const QHostAddress& address)
+{
+    bool isV4 = false;
+    const quint32 v4 = address.toIPv4Address(&isV4);
+    return isV4 && v4 != 0 ? QHostAddress(v4) : address;
+}
+
 } // namespace
 
 UdpEndpoint::UdpEndpoint(QObject* parent) : QObject(parent), m_socket(new QUdpSocket(this))
@@ -81,8 +89,27 @@ void UdpEndpoint::Close()
     m_inboxBytes = 0;
     m_reserveBytes = 0;
     m_queue.clear();
+    m_sources.clear();
     if (m_lookupId >= 0) QHostInfo::abortHostLookup(m_lookupId);
     m_lookupId = -1;
+}
+
+void UdpEndpoint::AcceptFrom(const QHostAddress& address, quint16 port)
+{
+    m_sources.insert({Plain(address), port});
+}
+
+void UdpEndpoint::SetHostAddress(const QString& host, const QHostAddress& address)
+{
+    m_resolved.insert(host.trimmed().toLower(), address);
+}
+
+qintptr UdpEndpoint::SocketDescriptor() const { return m_socket->socketDescriptor(); }
+
+bool UdpEndpoint::Accepts(const QNetworkDatagram& datagram) const
+{
+    return !m_repliesOnly ||
+           m_sources.contains({Plain(datagram.senderAddress()), quint16(datagram.senderPort())});
 }
 
 void UdpEndpoint::SendData(const QString& text)
@@ -93,6 +120,7 @@ void UdpEndpoint::SendData(const QString& text)
 
 void UdpEndpoint::SendTo(const QString& text, const QHostAddress& address, quint16 port)
 {
+    if (m_repliesOnly) AcceptFrom(address, port);
     m_socket->writeDatagram(ToWire(text), address, port);
 }
 
@@ -128,12 +156,15 @@ void UdpEndpoint::FlushQueue()
             });
             return;
         }
-        if (address.protocol() == QAbstractSocket::IPv6Protocol && address.toIPv4Address() == 0) {
+        // The socket is IPv4: ::ffff:a.b.c.d goes to a.b.c.d, and replies come from there.
+        address = Plain(address);
+        if (address.protocol() == QAbstractSocket::IPv6Protocol) {
             m_queue.removeFirst();
             Q_EMIT Error(10047, u"Address family not supported: "_s + address.toString());
             continue;
         }
         const Pending datagram = m_queue.takeFirst();
+        if (m_repliesOnly) AcceptFrom(address, datagram.port);
         m_socket->writeDatagram(datagram.bytes, address, datagram.port);
     }
 }
@@ -143,6 +174,10 @@ void UdpEndpoint::Drain()
     while (m_socket->hasPendingDatagrams()) {
         QNetworkDatagram datagram = m_socket->receiveDatagram();
         if (!datagram.isValid()) continue;
+        if (!Accepts(datagram)) {
+            ++m_strangers;
+            continue;
+        }
         Triage triage = m_triage ? m_triage(datagram.data()) : Triage();
         const qsizetype cost = datagram.data().size() + kEntryBytes;
         if (triage.kind == Triage::Kept) {

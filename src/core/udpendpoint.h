@@ -5,8 +5,10 @@
 #include <QList>
 #include <QNetworkDatagram>
 #include <QObject>
+#include <QSet>
 #include <QString>
 #include <functional>
+#include <utility>
 
 class QUdpSocket;
 
@@ -38,6 +40,18 @@ public:
     // blocking; datagrams keep their order. A name that cannot be resolved raises Error.
     void SendData(const QString& text);
     void SendTo(const QString& text, const QHostAddress& address, quint16 port);
+
+    // Replies only: a datagram is handed over only when it comes from an address and port that
+    // this endpoint has sent to (a host name counts as the address it led to) or that AcceptFrom
+    // named. Every other one is dropped where it is read, before it takes room in the inbox, and
+    // counted in Strangers(). Off until set: anyone may speak. Close forgets the sources.
+    void SetRepliesOnly(bool on) { m_repliesOnly = on; }
+    void AcceptFrom(const QHostAddress& address, quint16 port);
+    // Sends to `host` go to `address`, without asking the name service again.
+    void SetHostAddress(const QString& host, const QHostAddress& address);
+    quint64 Strangers() const { return m_strangers; }
+    // The native socket, for a test that sends from this endpoint's address and port.
+    qintptr SocketDescriptor() const;
 
     // What a received datagram is to its handlers, from its bytes on the wire, for when a flood
     // fills the inbox. Kept datagrams wait in a reserve of their own that nothing else can fill,
@@ -100,6 +114,7 @@ private:
     void Deliver();
     void FlushQueue();
     void ReportSocketError();
+    bool Accepts(const QNetworkDatagram& datagram) const;
     QUdpSocket* m_socket = nullptr;
     QList<Received> m_inbox; // in the order received, kept ones among the others
     qsizetype m_inboxBytes = 0;
@@ -109,6 +124,9 @@ private:
     Triager m_triage;
     bool m_deliveryScheduled = false;
     QHash<QString, QHostAddress> m_resolved;
+    bool m_repliesOnly = false;
+    QSet<std::pair<QHostAddress, quint16>> m_sources; // those a reply may come from
+    quint64 m_strangers = 0;
     QList<Pending> m_queue;
     int m_lookupId = -1;
 };

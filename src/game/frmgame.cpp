@@ -14,6 +14,7 @@
 
 #include <QCloseEvent>
 #include <QScreen>
+#include <algorithm>
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -46,8 +47,10 @@ frmGame::frmGame(Session& session) : QWidget(nullptr), m_session(session), m_dis
     wsGame->setObjectName(u"wsGame"_s);
     // Under a flood, old scores and pings make room first, then chat and junk; never the round.
     wsGame->SetTriage(&SessionDispatcher::TriageOf);
-    connect(wsGame, &UdpEndpoint::DataArrival, this,
-            [this](const QString& text) { m_dispatcher.Handle(text); });
+    connect(wsGame, &UdpEndpoint::DataArrival, this, [this](const QString& text) {
+        ServerHeard();
+        m_dispatcher.Handle(text);
+    });
 
     tmrGetScores = new QTimer(this);
     tmrGetScores->setObjectName(u"tmrGetScores"_s);
@@ -55,8 +58,12 @@ frmGame::frmGame(Session& session) : QWidget(nullptr), m_session(session), m_dis
     connect(tmrGetScores, &QTimer::timeout, this, &frmGame::PollScore);
     tmrPing = new QTimer(this);
     tmrPing->setObjectName(u"tmrPing"_s);
-    tmrPing->setInterval(10000);
+    tmrPing->setInterval(kPingMs);
     connect(tmrPing, &QTimer::timeout, this, [this] { SendData(msg::PingMe(m_session.LocalPort)); });
+    tmrSilence = new QTimer(this);
+    tmrSilence->setObjectName(u"tmrSilence"_s);
+    connect(tmrSilence, &QTimer::timeout, this, &frmGame::CheckSilence);
+    SetServerSilenceMs(kServerSilenceMs);
 
     m_session.SetGame(this);
     m_session.SetGameSender([this](const QString& text) { SendData(text); });
@@ -68,6 +75,8 @@ frmGame::frmGame(Session& session) : QWidget(nullptr), m_session(session), m_dis
     ScoreIndex = 1;
     tmrGetScores->start();
     tmrPing->start();
+    m_lastHeard.start();
+    tmrSilence->start();
 }
 
 frmGame::~frmGame()
@@ -92,6 +101,15 @@ void frmGame::InitGame()
 {
     wsGame->RemotePort = kServerPort;
     wsGame->RemoteHost = m_session.ServerAddress;
+    // Only the server this client joined speaks in the session: from the address the handshake
+    // reached, at the server's port. Anything else is dropped unread and never answered.
+    QHostAddress server = m_session.ServerHost;
+    if (server.isNull()) server.setAddress(m_session.ServerAddress.trimmed());
+    wsGame->SetRepliesOnly(true);
+    if (!server.isNull()) {
+        wsGame->SetHostAddress(m_session.ServerAddress, server);
+        wsGame->AcceptFrom(server, kServerPort);
+    }
     // The port the lobby announced to the server; the handshake socket has let it go.
     wsGame->Bind(m_session.LocalPort);
     if (wbMain) wbMain->Navigate(m_session.Site().MainPage());
@@ -138,6 +156,35 @@ void frmGame::PollScore()
         ++ScoreIndex;
 }
 
+void frmGame::SetServerSilenceMs(int ms)
+{
+    m_silenceMs = std::max(ms, 1);
+    tmrSilence->setInterval(std::clamp(m_silenceMs / 10, 10, 1000));
+}
+
+void frmGame::ServerHeard()
+{
+    m_lastHeard.start();
+    if (!m_serverSilent) return;
+    m_serverSilent = false;
+    GameLine(u"The server answers again."_s);
+}
+
+void frmGame::CheckSilence()
+{
+    // A line when the silence starts, and one when it ends; the session goes on meanwhile.
+    if (m_serverSilent || m_lastHeard.elapsed() < m_silenceMs) return;
+    m_serverSilent = true;
+    const int seconds = (m_silenceMs + 999) / 1000;
+    GameLine(u"The server has stopped answering: nothing has come from it for %1 %2."_s.arg(seconds).arg(
+        seconds == 1 ? u"second"_s : u"seconds"_s));
+}
+
+void frmGame::GameLine(const QString& text)
+{
+    if (frmChat* chat = m_session.OpenChat()) chat->AddChat(msg::GameSpeaker.toString(), text);
+}
+
 void frmGame::closeEvent(QCloseEvent* event)
 {
     event->accept();
@@ -147,6 +194,7 @@ void frmGame::closeEvent(QCloseEvent* event)
     if (!Disconnected) SendData(msg::Disconnect(m_session.PlayerName));
     tmrGetScores->stop();
     tmrPing->stop();
+    tmrSilence->stop();
     wsGame->Close();
     // The program ends here: the browser's notifications still queued reach nobody.
     if (wbMain) wbMain->disconnect(m_monitor);

@@ -3,6 +3,7 @@
 #include "game/dispatcher.h"
 #include "game/navigationmonitor.h"
 
+#include <QElapsedTimer>
 #include <QTimer>
 #include <QWidget>
 
@@ -34,6 +35,15 @@ public:
     UdpEndpoint* wsGame = nullptr;
     QTimer* tmrGetScores = nullptr;
     QTimer* tmrPing = nullptr;
+    // Watches for the server's silence.
+    QTimer* tmrSilence = nullptr;
+
+    // The server is taken for gone once nothing has come from it for this long, although every
+    // ping asks it for an answer: two pings unanswered, and half a period more, so that one lost
+    // datagram or a slow round trip is no silence. Its return is told as soon as anything comes.
+    static constexpr int kPingMs = 10000;
+    static constexpr int kServerSilenceMs = 2 * kPingMs + kPingMs / 2;
+    void SetServerSilenceMs(int ms);
 
     // LastReported: what the monitor last reported, or the server last announced by SETRANDOM.
     NavigationRecord Navigation;
@@ -47,8 +57,14 @@ protected:
 private:
     void PollScore();
     void Place();
+    void ServerHeard();
+    void CheckSilence();
+    void GameLine(const QString& text);
 
     Session& m_session;
+    QElapsedTimer m_lastHeard;
+    int m_silenceMs = kServerSilenceMs;
+    bool m_serverSilent = false;
     SessionDispatcher m_dispatcher;
     NavigationMonitor* m_monitor = nullptr;
 };

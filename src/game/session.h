@@ -5,6 +5,7 @@
 #include "platform/services.h"
 #include "platform/site.h"
 
+#include <QHostAddress>
 #include <QObject>
 #include <QPointer>
 #include <QString>
@@ -30,6 +31,11 @@ public:
     Session(const QString& programFolder, const Services& services, const SiteConfig& site = SiteConfig::Compiled(),
             QObject* parent = nullptr);
     ~Session() override;
+
+    // The address ServerAddress led to when the handshake reached the server; null until then.
+    // The session listens to that address alone, so that a name resolving elsewhere later, or to
+    // several addresses, cannot put another machine in the server's place.
+    QHostAddress ServerHost;
 
     const QString& ProgramFolder() const { return m_options.Folder(); }
     const SiteConfig& Site() const { return m_site; }

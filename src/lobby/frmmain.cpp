@@ -96,8 +96,9 @@ frmMain::frmMain(Session& session, QWidget* parent)
     connect(cmdHost, &QPushButton::clicked, this, &frmMain::cmdHost_Click);
     connect(cmdExit, &QPushButton::clicked, this, &frmMain::cmdExit_Click);
     connect(tmrTimeout, &QTimer::timeout, this, &frmMain::tmrTimeout_Timer);
-    connect(wsConnect, &UdpEndpoint::DataArrival, this,
-            [this](const QString& text) { wsConnect_DataArrival(text); });
+    // Only the server being joined answers: whatever else reaches the port is dropped unread.
+    wsConnect->SetRepliesOnly(true);
+    connect(wsConnect, &UdpEndpoint::DataArrival, this, &frmMain::wsConnect_DataArrival);
     connect(wsConnect, &UdpEndpoint::Error, this, &frmMain::wsConnect_Error);
 
     PlaceCentred(*this, 7200, 3375);
@@ -228,16 +229,16 @@ void frmMain::WaitForServerPort()
     wsTemp->Close();
 }
 
-void frmMain::wsConnect_DataArrival(const QString& text)
+void frmMain::wsConnect_DataArrival(const QString& text, const QHostAddress& from)
 {
     try {
-        HandleDatagram(text);
+        HandleDatagram(text, from);
     } catch (const Fault&) {
         // A malformed datagram ends its own handling; the attempt goes on.
     }
 }
 
-void frmMain::HandleDatagram(const QString& text)
+void frmMain::HandleDatagram(const QString& text, const QHostAddress& from)
 {
     const QString verb = Verb(text);
     if (verb == verb::CONNECTACCEPT) {
@@ -276,6 +277,8 @@ void frmMain::HandleDatagram(const QString& text)
     } else if (verb == verb::MESSAGE) {
         WelcomeText = MessageBody(text);
     } else if (verb == verb::PLAYERLIST) {
+        // Where the server's address led: the session listens to that address alone.
+        m_session.ServerHost = from;
         HandOver(text);
     }
 }

@@ -4,6 +4,7 @@
 #include <QWidget>
 
 class QFrame;
+class QHostAddress;
 class QLabel;
 class QLineEdit;
 class QPushButton;
@@ -50,13 +51,13 @@ private:
     void cmdHost_Click();
     void cmdExit_Click();
     void tmrTimeout_Timer();
-    void wsConnect_DataArrival(const QString& text);
+    void wsConnect_DataArrival(const QString& text, const QHostAddress& from);
     void wsConnect_Error(int number, const QString& description);
 
     void StartConnection(bool host);
     bool StartServer();
     void WaitForServerPort();
-    void HandleDatagram(const QString& text);
+    void HandleDatagram(const QString& text, const QHostAddress& from);
     void AskPassword();
     void HandOver(const QString& playerList);
     void SetControlsEnabled(bool enabled);

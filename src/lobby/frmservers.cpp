@@ -53,6 +53,9 @@ frmServers::frmServers(Session& session, QWidget* parent)
     setTabOrder(cmdJoin, cmdCancel);
     setTabOrder(cmdCancel, lstActive);
 
+    // Status replies count only from the servers asked.
+    wsFind->SetRepliesOnly(true);
+
     connect(tmrSearch, &QTimer::timeout, this, &frmServers::tmrSearch_Timer);
     connect(wsFind, &UdpEndpoint::DataArrival, this,
             [this](const QString& text) { wsFind_DataArrival(text); });

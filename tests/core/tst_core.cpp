@@ -403,6 +403,66 @@ private Q_SLOTS:
         QCOMPARE(client.InboxBytes() + client.ReserveBytes(), 0);
     }
 
+    // Replies only: a datagram counts only from an address and port the endpoint sent to (a name
+    // as the address it led to, ::ffff:a.b.c.d as a.b.c.d) or was told to expect; every other is
+    // dropped before the inbox, and counted.
+    void repliesOnly_data()
+    {
+        QTest::addColumn<QString>("sendTo");     // the endpoint's RemoteHost, port 47711; empty: no send
+        QTest::addColumn<QString>("reaches");    // where that send arrives
+        QTest::addColumn<QString>("acceptFrom"); // expected in advance, port 47711; or empty
+        QTest::addColumn<QString>("from");       // the sender's address
+        QTest::addColumn<int>("port");           // and its port
+        QTest::addColumn<bool>("handed");
+        const QString test = TestAddress().toString(), local = u"127.0.0.1"_s, none;
+        QTest::newRow("where it sent") << test << test << none << test << 47711 << true;
+        QTest::newRow("there, another port") << test << test << none << test << 47712 << false;
+        QTest::newRow("another address, that port")
+            << test << test << none << u"127.77.0.1"_s << 47711 << false;
+        QTest::newRow("typed as ::ffff:") << u" ::ffff:"_s + test << test << none << test << 47711 << true;
+        QTest::newRow("a name, from its address")
+            << u"localhost"_s << local << none << local << 47711 << true;
+        QTest::newRow("a name, from elsewhere") << u"localhost"_s << local << none << test << 47711 << false;
+        QTest::newRow("nothing sent yet") << none << none << none << test << 47711 << false;
+        QTest::newRow("expected in advance") << none << none << u"::ffff:"_s + test << test << 47711 << true;
+        QTest::newRow("another one expected") << none << none << test << test << 47712 << false;
+    }
+    void repliesOnly()
+    {
+        QFETCH(QString, sendTo);
+        QFETCH(QString, reaches);
+        QFETCH(QString, acceptFrom);
+        QFETCH(QString, from);
+        QFETCH(int, port);
+        QFETCH(bool, handed);
+        UdpEndpoint client;
+        QVERIFY(client.Bind(u"47710"_s));
+        client.SetRepliesOnly(true);
+        if (!acceptFrom.isEmpty()) client.AcceptFrom(QHostAddress(acceptFrom), 47711);
+        QStringList texts;
+        connect(&client, &UdpEndpoint::DataArrival, this, [&](const QString& text) { texts << text; });
+        QUdpSocket sender, listener;
+        QVERIFY(sender.bind(QHostAddress(from), quint16(port)));
+        if (!sendTo.isEmpty()) {
+            // Once it has arrived, the name has led somewhere.
+            QUdpSocket* target = from == reaches && port == 47711 ? &sender : &listener;
+            QVERIFY(target == &sender || listener.bind(QHostAddress(reaches), 47711));
+            client.RemotePort = 47711;
+            client.RemoteHost = sendTo;
+            client.SendData(u"STATUS"_s);
+            QVERIFY(WaitUntil([&] { return target->hasPendingDatagrams(); }));
+        }
+        sender.writeDatagram("PING TIME=1;", QHostAddress(u"127.0.0.1"_s), 47710);
+        QVERIFY(WaitUntil([&] { return texts.size() + client.Strangers() == 1; }));
+        QCOMPARE(texts, handed ? QStringList{u"PING TIME=1;"_s} : QStringList());
+        QCOMPARE(client.Strangers(), quint64(!handed));
+        client.Close(); // forgets whom it sent to
+        QVERIFY(client.Bind(u"47710"_s));
+        sender.writeDatagram("PING TIME=2;", QHostAddress(u"127.0.0.1"_s), 47710);
+        QVERIFY(WaitUntil([&] { return client.Strangers() == quint64(!handed) + 1; }));
+        QCOMPARE(texts.size(), int(handed));
+    }
+
     // A handler that lets events run receives what arrives meanwhile; one that closes, nothing more.
     void nestedDelivery()
     {

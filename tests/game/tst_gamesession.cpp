@@ -254,6 +254,40 @@ private Q_SLOTS:
                  u"AppleBanana"_s);
     }
 
+    // A server that sends nothing for as long as the limit, although every ping asks it to, is
+    // told gone in a game line; when it answers again, that too. The session goes on meanwhile.
+    void serverSilence_data()
+    {
+        QTest::addColumn<QStringList>("phases"); // 0.8 s each: the server "answers" pings or is "silent"
+        QTest::addColumn<QStringList>("lines");
+        const QString gone =
+            u"GAME: The server has stopped answering: nothing has come from it for 1 second."_s;
+        const QString back = u"GAME: The server answers again."_s;
+        QTest::newRow("answering") << QStringList{u"answers"_s} << QStringList();
+        QTest::newRow("gone") << QStringList{u"silent"_s} << QStringList{gone};
+        QTest::newRow("gone, back and gone again")
+            << QStringList{u"silent"_s, u"answers"_s, u"silent"_s} << QStringList{gone, back, gone};
+    }
+    void serverSilence()
+    {
+        QFETCH(QStringList, phases);
+        QFETCH(QStringList, lines);
+        RunningSession f;
+        f.game->SetServerSilenceMs(400);
+        f.game->tmrPing->setInterval(40);
+        bool answering = false;
+        f.server.OnVerb(u"PINGME"_s, [&](const ScriptedServer::Datagram&) {
+            return answering ? QStringList{msg::Ping(u"1")} : QStringList();
+        });
+        for (const QString& phase : phases) {
+            answering = phase == u"answers"_s;
+            QTest::qWait(800);
+        }
+        QCOMPARE(f.Transcript().split(u"\r\n"_s).filter(u"GAME: The server"_s), lines);
+        QVERIFY(!f.S().Ended());
+        QCOMPARE(f.server.ReceivedWithVerb(u"PONG"_s).size() > 0, phases.contains(u"answers"_s));
+    }
+
     void disconnecting()
     {
         {

@@ -145,7 +145,7 @@ private Q_SLOTS:
             for (const QString& form : BrokenForms(valid))
                 if ((form.size() == kMaxPayload) == huge) datagrams << ToWire(form);
         Heartbeat heartbeat;
-        Flooder flood(datagrams, TestAddress(), f.S().LocalPort.toUShort(), perSecond);
+        Flooder flood(datagrams, TestAddress(), f.S().LocalPort.toUShort(), perSecond, {}, f.server.Socket());
         QTest::qWait(2000);
         flood.Stop();
         QCOMPARE_LT(heartbeat.LongestHeldMs(), kMaxHeldMs);
@@ -194,16 +194,23 @@ private Q_SLOTS:
         QCOMPARE(Broken(f.S(), f.client.programEnd), QString());
     }
 
-    // 16 MiB of chat lines and junk from anyone, twice what the session's inbox holds, with a
-    // round's messages among them: the inbox lets chat and junk go, never the round, and stays
-    // within its bounds; the round is played, won, and the next one begins.
+    // 16 MiB of chat lines and junk from the server's own address and port (a flood of others'
+    // chat relayed, or a hostile server), twice what the session's inbox holds, with a round's
+    // messages among them: the inbox lets chat and junk go, never the round, and stays within its
+    // bounds; the round is played, won, and the next one begins.
     void roundThroughAFlood()
     {
         InSession f;
         UdpEndpoint& inbox = *f.S().Game()->wsGame;
         f.browser->titleFor = EveryArticleTitle;
-        QUdpSocket anyone;
-        QVERIFY(anyone.bind(FloodMachine(), 0));
+        sockaddr_in client{};
+        client.sin_family = AF_INET;
+        client.sin_port = htons(f.S().LocalPort.toUShort());
+        client.sin_addr.s_addr = htonl(TestAddress().toIPv4Address());
+        const auto sendAsServer = [&](const QByteArray& datagram) {
+            return ::sendto(int(f.server.Socket()), datagram.data(), size_t(datagram.size()), MSG_DONTWAIT,
+                            reinterpret_cast<const sockaddr*>(&client), sizeof client) >= 0;
+        };
         const QByteArray text(1000, 'x');
         const QList<QByteArray> chat = {"CHAT NAME=bo;TEXT=" + text,
                                         "CHAT NAME=cy;TEXT=GAME " + text.left(100)};
@@ -220,8 +227,7 @@ private Q_SLOTS:
                 if (!round.isEmpty() && sent >= bytes / 2) f.Send({round.takeFirst()});
                 for (int k = 0; k < 200; ++k, ++i) {
                     const QByteArray& datagram = rest[i % rest.size()];
-                    anyone.writeDatagram(datagram, TestAddress(), f.S().LocalPort.toUShort());
-                    sent += datagram.size();
+                    if (sendAsServer(datagram)) sent += datagram.size();
                 }
             }
         };
@@ -340,10 +346,11 @@ private Q_SLOTS:
 
     void lobbyUnderFlood()
     {
-        // Both lobby sockets flooded: the server browser's with replies, 64 KiB replies and junk, the
-        // handshake's with everything but the replies that end it.
+        // Both lobby sockets flooded by the server asked: the server browser's with replies, 64 KiB
+        // replies and junk, the handshake's with everything but the replies that end it.
         TestClient client;
         Session& s = *client.session;
+        s.SaveOption(u"Servers"_s, TestAddress().toString());
         QList<QByteArray> datagrams;
         for (const QString& text :
              {Huge(u"MESSAGE "_s), u"MESSAGE"_s, msg::IsHost(u"ANN"), u"ISHOST NAME=ann"_s,
@@ -366,7 +373,8 @@ private Q_SLOTS:
         std::unique_ptr<Flooder> flood;
         Heartbeat heartbeat;
         WhenModal<frmServers>([&](frmServers* d) { // which picked the port to flood
-            flood = std::make_unique<Flooder>(datagrams, TestAddress(), s.LocalPort.toUShort(), 3000);
+            flood = std::make_unique<Flooder>(datagrams, TestAddress(), s.LocalPort.toUShort(), 3000,
+                                              QHostAddress(), server.Socket());
             QTest::qWait(1500);
             const auto* active = Find<QListWidget>(d, u"lstActive"_s);
             for (int i = 0; i < active->count(); ++i)

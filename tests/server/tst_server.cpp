@@ -5,6 +5,7 @@
 #include "server/gameserver.h"
 
 #include <QtTest>
+#include <list>
 #include <memory>
 
 using namespace Qt::Literals::StringLiterals;
@@ -337,6 +338,93 @@ private Q_SLOTS:
         ann.Send(msg::GetScore(ann.PortText(), u"Ann")); // and the room still works
         QCOMPARE(ann.Next(), Score(u"Ann"_s, 0, 0, 0));
         QCOMPARE(room().Players().size(), 2);
+    }
+
+    // A player's message from an endpoint that holds no place (a client of the room before the
+    // server restarted) is answered with the classic "DISCONNECT", once in a while: never to an
+    // endpoint that holds a place or an acceptance, whatever its message, never to one leaving,
+    // never with more bytes than came.
+    void staleEndpoints_data()
+    {
+        QTest::addColumn<QStringList>("datagrams"); // each from an endpoint of its own
+        QTest::addColumn<int>("sender"); // 0 strangers, 1 Ann's machine at other ports, 2 Ann, 3 accepted
+        QTest::addColumn<bool>("told");
+        QTest::newRow("every player's message from strangers")
+            << QStringList{msg::PingMe(u"47305"),
+                           msg::GetScore(u"47305", u"Ann"),
+                           msg::Navigate(u"Eve", u"Banana"),
+                           msg::Chat(u"Eve", u"hi"),
+                           msg::Pong(u"Eve", u"1"),
+                           msg::SetWords(u"Moon", u"Sun"),
+                           msg::GetRandom(1),
+                           msg::SendMyPath(u"Eve", u"A\rB"),
+                           msg::TimeRequest(u"47305"),
+                           msg::GetWords(u"Eve")}
+            << 0 << true;
+        QTest::newRow("as long as the notice") << QStringList{u"PINGME 720"_s} << 0 << true;
+        QTest::newRow("shorter than the notice") << QStringList{u"PINGME 72"_s} << 0 << false;
+        QTest::newRow("a stranger leaving") << QStringList{msg::Disconnect(u"Eve")} << 0 << false;
+        QTest::newRow("Ann's machine, another port") << QStringList{msg::PingMe(u"47305")} << 1 << true;
+        QTest::newRow("Ann, as herself") << QStringList{msg::PingMe(u"47301")} << 2 << false;
+        QTest::newRow("Ann, as another") << QStringList{msg::Navigate(u"Bo", u"Banana")} << 2 << false;
+        QTest::newRow("Ann, leaving as another") << QStringList{msg::Disconnect(u"Bo")} << 2 << false;
+        QTest::newRow("accepted, not yet seated") << QStringList{msg::PingMe(u"47303")} << 3 << false;
+    }
+    void staleEndpoints()
+    {
+        QFETCH(QStringList, datagrams);
+        QFETCH(int, sender);
+        QFETCH(bool, told);
+        QVERIFY(StartServer([](ServerConfig& config) { config.StaleNoticeMs = 300; }));
+        ScriptedClient ann(kAnn), bo(kBo), cy(kCy);
+        QVERIFY(AnnAndBo(ann, bo));
+        cy.Send(msg::Connect(ClientVersion, u"Cy", cy.PortText()));
+        QCOMPARE(cy.Next(), u"CONNECTACCEPT PLAYING=no;"_s);
+        std::list<ScriptedClient> others;
+        QList<ScriptedClient*> from;
+        for (quint16 i = 0; i < datagrams.size(); ++i) {
+            if (sender < 2)
+                from << &others.emplace_back(quint16(kStranger + 20 + i),
+                                             sender == 0 ? OtherAddress() : TestAddress());
+            else
+                from << (sender == 2 ? &ann : &cy);
+        }
+        const auto notices = [&] {
+            WaitUntil([] { return false; }, 150);
+            QList<qsizetype> counts;
+            for (ScriptedClient* client : from)
+                counts << client->Collect(0).count(msg::Disconnected());
+            return counts;
+        };
+        const QList<qsizetype> once(datagrams.size(), told ? 1 : 0);
+        for (int i = 0; i < 3; ++i)
+            for (qsizetype k = 0; k < datagrams.size(); ++k)
+                from[k]->Send(datagrams[k]);
+        QCOMPARE(notices(), once); // once in a while, however often it speaks
+        QTest::qWait(300);
+        for (qsizetype k = 0; k < datagrams.size(); ++k)
+            from[k]->Send(datagrams[k]);
+        QCOMPARE(notices(), once);
+        QVERIFY(!bo.Collect(0).contains(msg::Disconnected()));
+        QVERIFY(!ann.Collect(0).contains(msg::Disconnected()));
+        QCOMPARE(room().Players().size(), 2);
+    }
+
+    // Fresh endpoints sprayed at the server: the notices to all of them together keep within their
+    // budget.
+    void staleNoticesWithinBudget()
+    {
+        QVERIFY(StartServer([](ServerConfig& config) { config.StaleNoticeRate = 5; }));
+        std::list<ScriptedClient> strangers;
+        for (quint16 i = 0; i < 40; ++i)
+            strangers.emplace_back(quint16(47320 + i), OtherAddress()).Send(msg::PingMe(u"7201"));
+        int told = 0;
+        for (ScriptedClient& stranger : strangers)
+            told += int(stranger.Collect(0).count(msg::Disconnected()));
+        QTest::qWait(200);
+        for (ScriptedClient& stranger : strangers)
+            told += int(stranger.Collect(0).count(msg::Disconnected()));
+        QVERIFY2(told >= 5 && told <= 7, qPrintable(QString::number(told)));
     }
 
     // Words the chooser may not start a round on: told why, alone, and nothing starts.

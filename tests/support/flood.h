@@ -17,15 +17,26 @@
 namespace linkhop::test {
 
 // Sends `datagrams` round robin to `to`:`port`, `perSecond`, from a thread of its own, whatever the
-// receiving event loop does; behind by more than a twentieth of a second, it skips ahead.
+// receiving event loop does; behind by more than a twentieth of a second, it skips ahead. Sends from
+// a socket of its own on `from`, or from `socket` when given: another endpoint's, whose address and
+// port the datagrams then carry.
 class Flooder final
 {
 public:
     Flooder(QList<QByteArray> datagrams, QHostAddress to, quint16 port, int perSecond,
-            QHostAddress from = QHostAddress(QHostAddress::AnyIPv4))
+            QHostAddress from = QHostAddress(QHostAddress::AnyIPv4), qintptr socket = -1)
         : m_thread([=, this] {
-              QUdpSocket socket;
-              if (datagrams.isEmpty() || !socket.bind(from, 0)) return;
+              QUdpSocket own;
+              if (datagrams.isEmpty() || (socket < 0 && !own.bind(from, 0))) return;
+              sockaddr_in target{};
+              target.sin_family = AF_INET;
+              target.sin_port = htons(port);
+              target.sin_addr.s_addr = htonl(to.toIPv4Address());
+              const auto send = [&](const QByteArray& datagram) {
+                  if (socket < 0) return own.writeDatagram(datagram, to, port) >= 0;
+                  return ::sendto(int(socket), datagram.data(), size_t(datagram.size()), MSG_DONTWAIT,
+                                  reinterpret_cast<const sockaddr*>(&target), sizeof target) >= 0;
+              };
               const auto start = std::chrono::steady_clock::now();
               for (qint64 done = 0; !m_stop;) {
                   const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - start;
@@ -33,7 +44,7 @@ public:
                   done = std::max(done, due - std::max(1, perSecond / 20));
                   if (done >= due) std::this_thread::sleep_for(std::chrono::microseconds(200));
                   for (; done < due; ++done)
-                      if (socket.writeDatagram(datagrams[done % datagrams.size()], to, port) >= 0) ++m_sent;
+                      if (send(datagrams[done % datagrams.size()])) ++m_sent;
               }
           })
     {

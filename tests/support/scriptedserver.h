@@ -46,6 +46,8 @@ public:
     // To the last client that spoke, or to a port on the test address.
     void Send(const QString& text) { m_endpoint.SendTo(text, m_lastAddress, m_lastPort); }
     void SendTo(const QString& text, quint16 port) { m_endpoint.SendTo(text, TestAddress(), port); }
+    // The socket at TestAddress():7200, for floods the server sends from another thread.
+    qintptr Socket() const { return m_endpoint.SocketDescriptor(); }
 
 private:
     UdpEndpoint m_endpoint;
